@@ -1,0 +1,1 @@
+#include "extract/run_state.h"

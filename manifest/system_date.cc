@@ -1,0 +1,1 @@
+#include "manifest/system_date.h"

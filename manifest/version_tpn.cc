@@ -1,0 +1,1 @@
+#include "manifest/version_tpn.h"

@@ -1,0 +1,30 @@
+#include "platform/clock.h"
+
+#if defined(__QNXNTO__)
+#include <sys/neutrino.h>
+#include <sys/syspage.h>
+#else
+#include <time.h>
+#endif
+
+namespace platform {
+
+#if defined(__QNXNTO__)
+
+uint64_t ClockCycles() { return ::ClockCycles(); }
+
+uint64_t CyclesPerSecond() { return SYSPAGE_ENTRY(qtime)->cycles_per_sec; }
+
+#else
+
+uint64_t ClockCycles() {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
+}
+
+uint64_t CyclesPerSecond() { return 1000000000u; }
+
+#endif
+
+}  // namespace platform

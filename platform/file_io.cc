@@ -1,0 +1,126 @@
+#include "platform/file_io.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+
+namespace platform {
+
+namespace {
+
+// Bytes that may still be read before injected failures start; -1 is off.
+std::atomic<int64_t> g_readBudget{-1};
+
+// Charges `length` bytes to the injected-fault budget; false when the read
+// must fail instead.
+bool ChargeRead(size_t length) {
+  int64_t budget = g_readBudget.load(std::memory_order_relaxed);
+  while (budget >= 0) {
+    if (budget == 0) {
+      errno = EIO;
+      return false;
+    }
+    int64_t left = budget > static_cast<int64_t>(length) ? budget - static_cast<int64_t>(length) : 0;
+    if (g_readBudget.compare_exchange_weak(budget, left, std::memory_order_relaxed)) break;
+  }
+  return true;
+}
+
+#if !defined(__QNXNTO__)
+// Transfers the whole range unless the file ends or an error occurs first.
+template <typename Transfer>
+ssize_t TransferAll(Transfer transfer, size_t length, off_t offset) {
+  size_t done = 0;
+  while (done < length) {
+    ssize_t n = transfer(done, length - done, offset + static_cast<off_t>(done));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return done > 0 ? static_cast<ssize_t>(done) : -1;
+    }
+    if (n == 0) break;
+    done += static_cast<size_t>(n);
+  }
+  return static_cast<ssize_t>(done);
+}
+#endif
+
+}  // namespace
+
+int OpenReadOnly(const char* path) {
+#if defined(__QNXNTO__)
+  return open64(path, O_RDONLY);
+#else
+  return open(path, O_RDONLY | O_CLOEXEC);
+#endif
+}
+
+int OpenForWriting(const char* path) {
+  return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+}
+
+int Close(int fd) { return close(fd); }
+
+int FileSize(int fd, int64_t* size) {
+#if defined(__QNXNTO__)
+  struct stat64 status {};
+  if (fstat64(fd, &status) != 0) return -1;
+#else
+  struct stat status {};
+  if (fstat(fd, &status) != 0) return -1;
+#endif
+  *size = static_cast<int64_t>(status.st_size);
+  return 0;
+}
+
+int ReadBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount, void* buffer) {
+  if (!ChargeRead(blockSize * static_cast<size_t>(blockCount))) return -1;
+#if defined(__QNXNTO__)
+  return readblock(fd, blockSize, static_cast<unsigned>(firstBlock), blockCount, buffer);
+#else
+  char* bytes = static_cast<char*>(buffer);
+  ssize_t n = TransferAll(
+      [&](size_t done, size_t left, off_t at) { return pread(fd, bytes + done, left, at); },
+      blockSize * static_cast<size_t>(blockCount), static_cast<off_t>(firstBlock * blockSize));
+  return n < 0 ? -1 : static_cast<int>(static_cast<size_t>(n) / blockSize);
+#endif
+}
+
+int WriteBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount,
+                const void* buffer) {
+#if defined(__QNXNTO__)
+  return writeblock(fd, blockSize, static_cast<unsigned>(firstBlock), blockCount, buffer);
+#else
+  const char* bytes = static_cast<const char*>(buffer);
+  ssize_t n = TransferAll(
+      [&](size_t done, size_t left, off_t at) { return pwrite(fd, bytes + done, left, at); },
+      blockSize * static_cast<size_t>(blockCount), static_cast<off_t>(firstBlock * blockSize));
+  return n < 0 ? -1 : static_cast<int>(static_cast<size_t>(n) / blockSize);
+#endif
+}
+
+ssize_t Read(int fd, void* buffer, size_t length) {
+  if (!ChargeRead(length)) return -1;
+  return read(fd, buffer, length);
+}
+
+ssize_t Write(int fd, const void* buffer, size_t length) { return write(fd, buffer, length); }
+
+int SetPosition(int fd, uint64_t offset) {
+  return lseek(fd, static_cast<off_t>(offset), SEEK_SET) == static_cast<off_t>(-1) ? -1 : 0;
+}
+
+void SyncAll() { sync(); }
+
+bool IsReadable(const char* path) { return access(path, R_OK) == 0; }
+
+int RemoveFile(const char* path) { return remove(path); }
+
+void InjectReadFailureAfter(int64_t bytes) {
+  g_readBudget.store(bytes < 0 ? -1 : bytes, std::memory_order_relaxed);
+}
+
+}  // namespace platform

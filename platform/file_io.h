@@ -1,0 +1,50 @@
+// File and block I/O of the library, the only place that touches descriptors
+// at the system level.
+//
+// Block calls move 512-byte blocks at an explicit block number (readblock and
+// writeblock on the target; positioned reads and writes at block x 512 on
+// Linux). They do not promise where the descriptor's position is left:
+// callers that switch from block calls to plain reads or writes position the
+// descriptor with SetPosition first.
+//
+// All calls are thread-safe as the underlying system calls are. Errors are
+// reported as -1 with errno set, like the system calls they wrap.
+#ifndef PLATFORM_FILE_IO_H_
+#define PLATFORM_FILE_IO_H_
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace platform {
+
+int OpenReadOnly(const char* path);
+// Write only, created and truncated, permission bits 0666 less the umask.
+int OpenForWriting(const char* path);
+int Close(int fd);
+
+// Size of the open file in bytes; 0 or -1.
+int FileSize(int fd, int64_t* size);
+
+// Number of whole blocks read or written, or -1.
+int ReadBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount, void* buffer);
+int WriteBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount,
+                const void* buffer);
+
+ssize_t Read(int fd, void* buffer, size_t length);
+ssize_t Write(int fd, const void* buffer, size_t length);
+int SetPosition(int fd, uint64_t offset);
+
+void SyncAll();
+bool IsReadable(const char* path);
+int RemoveFile(const char* path);
+
+// Fault injection for tests: once `bytes` more bytes have been read through
+// ReadBlocks and Read, every further read fails with EIO. A negative value
+// turns the fault off.
+void InjectReadFailureAfter(int64_t bytes);
+
+}  // namespace platform
+
+#endif  // PLATFORM_FILE_IO_H_

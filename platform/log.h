@@ -1,0 +1,30 @@
+// The library's two message channels.
+//
+// Nearly every message is printed to standard output and also logged through
+// the platform logger, at the information level (23) or the error level (31).
+// EV_LOG tests the mask before it formats anything, so a disabled level costs
+// one load and one test. The function name logged is the caller's own.
+#ifndef PLATFORM_LOG_H_
+#define PLATFORM_LOG_H_
+
+#include "platform/hxlog/hxlog.h"
+
+enum { kLogInfo = 23, kLogError = 31 };
+
+inline bool EvLogEnabled(int level) {
+  return (g_LumLogParams.logMask.load(std::memory_order_relaxed) & (1u << level)) != 0;
+}
+
+#define EV_LOG(level, ...)                                            \
+  do {                                                                \
+    if (EvLogEnabled(level)) HxLog(__LINE__, (level), __func__, __VA_ARGS__); \
+  } while (0)
+
+#define EV_LOG_INFO(...) EV_LOG(kLogInfo, __VA_ARGS__)
+#define EV_LOG_ERROR(...) EV_LOG(kLogError, __VA_ARGS__)
+
+// Entry and exit marks of the library's functions.
+#define EV_LOG_ENTER() EV_LOG_INFO("+")
+#define EV_LOG_LEAVE() EV_LOG_INFO("-")
+
+#endif  // PLATFORM_LOG_H_

@@ -1,0 +1,63 @@
+#include "support/sync.h"
+
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "platform/log.h"
+#include "support/sync_internal.h"
+
+namespace {
+
+int DefaultMutexInit(pthread_mutex_t* mutex) { return pthread_mutex_init(mutex, nullptr); }
+int DefaultCondInit(pthread_cond_t* cond) { return pthread_cond_init(cond, nullptr); }
+
+sync_internal::MutexInit g_mutexInit = DefaultMutexInit;
+sync_internal::CondInit g_condInit = DefaultCondInit;
+
+}  // namespace
+
+namespace sync_internal {
+
+void SetInitFunctions(MutexInit mutexInit, CondInit condInit) {
+  g_mutexInit = mutexInit != nullptr ? mutexInit : DefaultMutexInit;
+  g_condInit = condInit != nullptr ? condInit : DefaultCondInit;
+}
+
+}  // namespace sync_internal
+
+Mutex::Mutex() {
+  std::memset(&m_mutex, 0, sizeof m_mutex);
+  int result = g_mutexInit(&m_mutex);
+  if (result != 0) {
+    printf("Failed to create mutex: %d\n", result);
+    EV_LOG_ERROR("Failed to create mutex: %d ", result);
+    throw std::runtime_error("Failed to create mutex");
+  }
+}
+
+Mutex::~Mutex() {
+  int result = pthread_mutex_destroy(&m_mutex);
+  if (result != 0) {
+    printf("Failed to destroy mutex: %d\n", result);
+    EV_LOG_ERROR("Failed to destroy mutex: %d", result);
+  }
+}
+
+Cond::Cond() {
+  std::memset(&m_cond, 0, sizeof m_cond);
+  int result = g_condInit(&m_cond);
+  if (result != 0) {
+    printf("Failed to create cond: %d\n", result);
+    EV_LOG_ERROR("Failed to create cond: %d", result);
+    throw std::runtime_error("Failed to create cond");
+  }
+}
+
+Cond::~Cond() {
+  int result = pthread_cond_destroy(&m_cond);
+  if (result != 0) {
+    printf("Failed to destroy cond: %d\n", result);
+    EV_LOG_ERROR("Failed to destroy cond: %d", result);
+  }
+}

@@ -1,0 +1,39 @@
+// Scoped owners of a POSIX mutex and condition variable.
+//
+// The constructors throw std::runtime_error when the object cannot be
+// initialised (after printing and logging why); the destructors report a
+// failed destroy and never throw. The owner must outlive every thread that
+// uses the object. The conversions hand the underlying object to the
+// pthread calls (on the target both are the platform's _sync object).
+#ifndef SUPPORT_SYNC_H_
+#define SUPPORT_SYNC_H_
+
+#include <pthread.h>
+
+class Mutex {
+ public:
+  Mutex();
+  ~Mutex();
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
+  operator pthread_mutex_t*() { return &m_mutex; }
+
+ private:
+  pthread_mutex_t m_mutex;
+};
+
+class Cond {
+ public:
+  Cond();
+  ~Cond();
+  Cond(const Cond&) = delete;
+  Cond& operator=(const Cond&) = delete;
+
+  operator pthread_cond_t*() { return &m_cond; }
+
+ private:
+  pthread_cond_t m_cond;
+};
+
+#endif  // SUPPORT_SYNC_H_

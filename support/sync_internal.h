@@ -1,0 +1,17 @@
+// Test seam of Mutex and Cond: the initialisation calls they make, so that a
+// test can make them fail. Not exported to clients; null restores the default.
+#ifndef SUPPORT_SYNC_INTERNAL_H_
+#define SUPPORT_SYNC_INTERNAL_H_
+
+#include <pthread.h>
+
+namespace sync_internal {
+
+using MutexInit = int (*)(pthread_mutex_t*);
+using CondInit = int (*)(pthread_cond_t*);
+
+void SetInitFunctions(MutexInit mutexInit, CondInit condInit);
+
+}  // namespace sync_internal
+
+#endif  // SUPPORT_SYNC_INTERNAL_H_

@@ -1,0 +1,1 @@
+#include "verify/cert_store.h"

@@ -1,0 +1,1 @@
+#include "verify/verify_by_date.h"
