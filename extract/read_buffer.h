@@ -1,0 +1,78 @@
+// The chunk ring between the source reader and the archive reader.
+//
+// 128 chunks of 32 KiB. One producer (the source reader, on the caller's
+// thread) fills chunks: nextWrite/writeReady/writeFinished. One consumer (the
+// extract thread, inside the archive read callback) takes them:
+// nextExtract/extractReady/extractFinished. The write lock guards the free
+// count, the extract lock guards the filled count, the lengths and the end
+// flag; no operation holds both. The ring lives on the reader's stack for one
+// run and must outlive the extract thread.
+//
+// When the consumer stops early it calls extractStopped(): a producer blocked
+// in nextWrite wakes and gets null, so no path can leave the reader waiting
+// for a chunk that nobody will give back.
+#ifndef EXTRACT_READ_BUFFER_H_
+#define EXTRACT_READ_BUFFER_H_
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "status/kalu_status.h"
+#include "support/sync.h"
+
+class HashAndWriteBuffer;
+
+struct ExtractChunk {
+  unsigned char* data;  // null at the end of input
+  uint32_t length;      // 0 at the end of input
+};
+
+class ReadAndExtractBuffer {
+ public:
+  enum : uint32_t { kChunkCount = 128, kChunkSize = 32768 };
+
+  ReadAndExtractBuffer();
+  ~ReadAndExtractBuffer();
+  ReadAndExtractBuffer(const ReadAndExtractBuffer&) = delete;
+  ReadAndExtractBuffer& operator=(const ReadAndExtractBuffer&) = delete;
+
+  // Producer.
+  unsigned char* nextWrite();  // blocks while no chunk is free; null once stopped
+  void writeReady(unsigned int length);
+  void writeFinished();
+
+  // Consumer.
+  ExtractChunk nextExtract();  // published chunks are drained before the end
+  void extractReady();
+  void extractFinished();      // stops copying into the current per-file buffer
+  void extractStopped();       // takes no more chunks; wakes the producer
+  void setHashAndWriteBuffer(HashAndWriteBuffer* buffer);
+  HashAndWriteBuffer* hashAndWriteBuffer() const { return m_pCurrentPipeline; }
+
+  // Outcome of the extraction, written by the extract thread, read by the
+  // producer once per chunk.
+  std::atomic<_KALU_Error> m_eStatus{KALU_NO_ERR};
+
+  // Bytes published so far, for progress observers on any thread.
+  std::atomic<uint64_t> m_ullBytesPublished{0};
+
+ private:
+  std::unique_ptr<unsigned char[]> m_data;
+  uint32_t m_lengths[kChunkCount];
+  HashAndWriteBuffer* m_pCurrentPipeline = nullptr;
+
+  Mutex m_writeLock;
+  Cond m_freeCond;
+  uint32_t m_writeIndex = 0;
+  uint32_t m_freeCount = kChunkCount;
+  bool m_bExtractStopped = false;  // write lock
+
+  Mutex m_extractLock;
+  Cond m_filledCond;
+  uint32_t m_extractIndex = 0;
+  uint32_t m_filledCount = 0;
+  bool m_bWriteFinished = false;  // extract lock
+};
+
+#endif  // EXTRACT_READ_BUFFER_H_
