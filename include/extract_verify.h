@@ -20,5 +20,10 @@
 #include "verify/verify_by_date.h"
 #include "verify/unsign.h"
 #include "extract/run_state.h"
+#include "extract/read_buffer.h"
+#include "extract/source_reader.h"
+#include "extract/extract_thread.h"
+#include "extract/hash_write_buffer.h"
+#include "extract/hash_compare.h"
 
 #endif  // EXTRACT_VERIFY_H_

@@ -1,0 +1,1 @@
+#include "extract/extract_thread.h"

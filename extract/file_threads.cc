@@ -1,0 +1,1 @@
+#include "extract/hash_write_buffer.h"

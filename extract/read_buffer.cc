@@ -1,0 +1,1 @@
+#include "extract/read_buffer.h"

@@ -1,0 +1,1 @@
+#include "extract/source_reader.h"
