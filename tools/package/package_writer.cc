@@ -1,0 +1,287 @@
+#include "tools/package/package_writer.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+
+namespace package {
+
+namespace {
+
+constexpr size_t kBlockSize = 65536;
+constexpr time_t kEntryTime = 1700000000;  // fixed, so packages do not depend on the clock
+
+std::string Hex(const unsigned char* bytes, size_t length) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(length * 2);
+  for (size_t i = 0; i < length; ++i) {
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 0x0f];
+  }
+  return text;
+}
+
+class Sha256Stream {
+ public:
+  Sha256Stream() : m_context(EVP_MD_CTX_new()) {
+    if (m_context == nullptr || EVP_DigestInit_ex(m_context, EVP_sha256(), nullptr) != 1) {
+      EVP_MD_CTX_free(m_context);
+      throw std::runtime_error("SHA-256 is not available");
+    }
+  }
+  ~Sha256Stream() { EVP_MD_CTX_free(m_context); }
+  Sha256Stream(const Sha256Stream&) = delete;
+  Sha256Stream& operator=(const Sha256Stream&) = delete;
+
+  void update(const void* data, size_t length) { EVP_DigestUpdate(m_context, data, length); }
+  std::string hex() {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    EVP_DigestFinal_ex(m_context, digest, &length);
+    return Hex(digest, length);
+  }
+
+ private:
+  EVP_MD_CTX* m_context;
+};
+
+// The data of one regular entry, read piece by piece from its source.
+class EntryData {
+ public:
+  explicit EntryData(const Entry& entry)
+      : m_entry(entry), m_generator(entry.generatedSize, entry.seed, entry.mixed) {
+    if (entry.source == Entry::Source::kDiskFile) {
+      m_file.open(entry.text, std::ios::binary);
+      if (!m_file) throw std::runtime_error("cannot read " + entry.text);
+    }
+  }
+
+  uint64_t size() const {
+    switch (m_entry.source) {
+      case Entry::Source::kText: return m_entry.text.size();
+      case Entry::Source::kDiskFile: return std::filesystem::file_size(m_entry.text);
+      case Entry::Source::kGenerated: return m_entry.generatedSize;
+    }
+    return 0;
+  }
+
+  size_t read(unsigned char* out, size_t capacity) {
+    switch (m_entry.source) {
+      case Entry::Source::kText: {
+        size_t n = std::min<size_t>(capacity, m_entry.text.size() - m_offset);
+        std::copy_n(m_entry.text.data() + m_offset, n, out);
+        m_offset += n;
+        return n;
+      }
+      case Entry::Source::kDiskFile:
+        m_file.read(reinterpret_cast<char*>(out), static_cast<std::streamsize>(capacity));
+        return static_cast<size_t>(m_file.gcount());
+      case Entry::Source::kGenerated: return m_generator.read(out, capacity);
+    }
+    return 0;
+  }
+
+ private:
+  const Entry& m_entry;
+  size_t m_offset = 0;
+  std::ifstream m_file;
+  ContentGenerator m_generator;
+};
+
+la_ssize_t AppendToString(struct archive*, void* client, const void* buffer, size_t length) {
+  static_cast<std::string*>(client)->append(static_cast<const char*>(buffer), length);
+  return static_cast<la_ssize_t>(length);
+}
+
+class ArchiveWriter {
+ public:
+  explicit ArchiveWriter(const WriteOptions& options) : m_archive(archive_write_new()) {
+    if (m_archive == nullptr) throw std::runtime_error("archive_write_new failed");
+    check(options.format == TarFormat::kUstar ? archive_write_set_format_ustar(m_archive)
+                                              : archive_write_set_format_pax_restricted(m_archive));
+    if (options.gzip) check(archive_write_add_filter_gzip(m_archive));
+  }
+  ~ArchiveWriter() { archive_write_free(m_archive); }
+  ArchiveWriter(const ArchiveWriter&) = delete;
+  ArchiveWriter& operator=(const ArchiveWriter&) = delete;
+
+  void openFile(const std::string& path) {
+    check(archive_write_open_filename(m_archive, path.c_str()));
+  }
+  void openMemory(std::string* out) {
+    check(archive_write_open(m_archive, out, nullptr, AppendToString, nullptr));
+  }
+
+  std::vector<WrittenEntry> writeAll(const std::vector<Entry>& entries) {
+    std::vector<WrittenEntry> written;
+    for (const Entry& entry : entries) written.push_back(write(entry));
+    check(archive_write_close(m_archive));
+    return written;
+  }
+
+ private:
+  void check(int result) {
+    if (result != ARCHIVE_OK && result != ARCHIVE_WARN) {
+      const char* message = archive_error_string(m_archive);
+      throw std::runtime_error(message != nullptr ? message : "libarchive failed");
+    }
+  }
+
+  WrittenEntry write(const Entry& entry);
+  std::string writeData(EntryData& data, uint64_t storedSize);
+
+  struct archive* m_archive;
+};
+
+Entry Special(std::string name, EntryKind kind, std::string target = "") {
+  Entry entry;
+  entry.name = std::move(name);
+  entry.kind = kind;
+  entry.linkTarget = std::move(target);
+  return entry;
+}
+
+struct EntryFree {
+  void operator()(struct archive_entry* entry) const { archive_entry_free(entry); }
+};
+
+WrittenEntry ArchiveWriter::write(const Entry& entry) {
+  std::unique_ptr<struct archive_entry, EntryFree> header(archive_entry_new());
+  struct archive_entry* h = header.get();
+  archive_entry_set_pathname(h, entry.name.c_str());
+  archive_entry_set_mtime(h, kEntryTime, 0);
+  archive_entry_set_uid(h, 0);
+  archive_entry_set_gid(h, 0);
+  archive_entry_set_perm(h, 0644);
+  archive_entry_set_size(h, 0);
+  std::unique_ptr<EntryData> data;
+  uint64_t storedSize = 0;
+  switch (entry.kind) {
+    case EntryKind::kRegular:
+      archive_entry_set_filetype(h, AE_IFREG);
+      data = std::make_unique<EntryData>(entry);
+      storedSize = entry.declaredSize >= 0 ? static_cast<uint64_t>(entry.declaredSize) : data->size();
+      archive_entry_set_size(h, static_cast<la_int64_t>(storedSize));
+      break;
+    case EntryKind::kDirectory:
+      archive_entry_set_filetype(h, AE_IFDIR);
+      archive_entry_set_perm(h, 0755);
+      break;
+    case EntryKind::kSymlink:
+      archive_entry_set_filetype(h, AE_IFLNK);
+      archive_entry_set_perm(h, 0777);
+      archive_entry_set_symlink(h, entry.linkTarget.c_str());
+      break;
+    case EntryKind::kHardLink:
+      archive_entry_set_filetype(h, AE_IFREG);
+      archive_entry_set_hardlink(h, entry.linkTarget.c_str());
+      break;
+    case EntryKind::kFifo:
+      archive_entry_set_filetype(h, AE_IFIFO);
+      break;
+    case EntryKind::kCharDevice:
+      archive_entry_set_filetype(h, AE_IFCHR);
+      archive_entry_set_rdevmajor(h, entry.devMajor);
+      archive_entry_set_rdevminor(h, entry.devMinor);
+      break;
+  }
+  check(archive_write_header(m_archive, h));
+  WrittenEntry written{entry.name, entry.kind, storedSize, ""};
+  if (data) written.sha256 = writeData(*data, storedSize);
+  check(archive_write_finish_entry(m_archive));
+  return written;
+}
+
+// Writes at most `storedSize` bytes of the data; libarchive pads a shorter
+// entry with zeros, which are hashed too, so the digest is that of what a
+// reader gets.
+std::string ArchiveWriter::writeData(EntryData& data, uint64_t storedSize) {
+  Sha256Stream sha;
+  std::vector<unsigned char> block(kBlockSize);
+  uint64_t left = storedSize;
+  while (left > 0) {
+    size_t n = data.read(block.data(), static_cast<size_t>(std::min<uint64_t>(kBlockSize, left)));
+    if (n == 0) break;
+    if (archive_write_data(m_archive, block.data(), n) != static_cast<la_ssize_t>(n)) {
+      check(ARCHIVE_FATAL);
+    }
+    sha.update(block.data(), n);
+    left -= n;
+  }
+  std::fill(block.begin(), block.end(), 0);
+  for (; left > 0; left -= std::min<uint64_t>(kBlockSize, left)) {
+    sha.update(block.data(), static_cast<size_t>(std::min<uint64_t>(kBlockSize, left)));
+  }
+  return sha.hex();
+}
+
+}  // namespace
+
+Entry Entry::File(std::string name, std::string data) {
+  Entry entry;
+  entry.name = std::move(name);
+  entry.text = std::move(data);
+  return entry;
+}
+
+Entry Entry::FromDisk(std::string name, std::string path) {
+  Entry entry = File(std::move(name), std::move(path));
+  entry.source = Source::kDiskFile;
+  return entry;
+}
+
+Entry Entry::Generated(std::string name, uint64_t size, uint64_t seed, bool mixed) {
+  Entry entry = File(std::move(name), "");
+  entry.source = Source::kGenerated;
+  entry.generatedSize = size;
+  entry.seed = seed;
+  entry.mixed = mixed;
+  return entry;
+}
+
+Entry Entry::Directory(std::string name) { return Special(std::move(name), EntryKind::kDirectory); }
+Entry Entry::Symlink(std::string name, std::string target) {
+  return Special(std::move(name), EntryKind::kSymlink, std::move(target));
+}
+Entry Entry::HardLink(std::string name, std::string target) {
+  return Special(std::move(name), EntryKind::kHardLink, std::move(target));
+}
+Entry Entry::Fifo(std::string name) { return Special(std::move(name), EntryKind::kFifo); }
+Entry Entry::CharDevice(std::string name, unsigned int major, unsigned int minor) {
+  Entry entry = Special(std::move(name), EntryKind::kCharDevice);
+  entry.devMajor = major;
+  entry.devMinor = minor;
+  return entry;
+}
+
+std::vector<WrittenEntry> WritePackage(const std::string& path, const std::vector<Entry>& entries,
+                                       const WriteOptions& options) {
+  ArchiveWriter writer(options);
+  writer.openFile(path);
+  return writer.writeAll(entries);
+}
+
+std::string WritePackageToMemory(const std::vector<Entry>& entries, const WriteOptions& options,
+                                 std::vector<WrittenEntry>* written) {
+  std::string out;
+  ArchiveWriter writer(options);
+  writer.openMemory(&out);
+  std::vector<WrittenEntry> stored = writer.writeAll(entries);
+  if (written != nullptr) *written = std::move(stored);
+  return out;
+}
+
+std::string Sha256Hex(const std::string& data) {
+  Sha256Stream sha;
+  sha.update(data.data(), data.size());
+  return sha.hex();
+}
+
+}  // namespace package
