@@ -58,8 +58,14 @@ int OpenReadOnly(const char* path) {
 #endif
 }
 
+// Extracted files may pass 2 GiB, which a 32-bit target reaches only
+// through the 64-bit calls.
 int OpenForWriting(const char* path) {
+#if defined(__QNXNTO__)
+  return open64(path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+#else
   return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+#endif
 }
 
 int Close(int fd) { return close(fd); }
@@ -102,15 +108,30 @@ int WriteBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount,
 #endif
 }
 
+// A signal arriving during the call is not a failure of the file: retry.
 ssize_t Read(int fd, void* buffer, size_t length) {
   if (!ChargeRead(length)) return -1;
-  return read(fd, buffer, length);
+  ssize_t n;
+  do {
+    n = read(fd, buffer, length);
+  } while (n < 0 && errno == EINTR);
+  return n;
 }
 
-ssize_t Write(int fd, const void* buffer, size_t length) { return write(fd, buffer, length); }
+ssize_t Write(int fd, const void* buffer, size_t length) {
+  ssize_t n;
+  do {
+    n = write(fd, buffer, length);
+  } while (n < 0 && errno == EINTR);
+  return n;
+}
 
 int SetPosition(int fd, uint64_t offset) {
+#if defined(__QNXNTO__)
+  return lseek64(fd, static_cast<off64_t>(offset), SEEK_SET) == static_cast<off64_t>(-1) ? -1 : 0;
+#else
   return lseek(fd, static_cast<off_t>(offset), SEEK_SET) == static_cast<off_t>(-1) ? -1 : 0;
+#endif
 }
 
 void SyncAll() { sync(); }

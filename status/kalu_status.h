@@ -10,7 +10,8 @@
 
 #include <cstddef>
 
-enum _KALU_Error {
+// A signed 32-bit value: every int is a valid _KALU_Error, named or not.
+enum _KALU_Error : int {
   KALU_ERR = 0,
   KALU_NO_ERR = 1,
   KALU_VHM_NO_ERROR = 2,

@@ -32,6 +32,7 @@ std::pair<const unsigned char*, uint32_t> Sha256::getHash() const {
 }
 
 IHash* makeHash(const char* name) {
+  if (name == nullptr) return nullptr;
   if (std::strcmp(name, "sha256") == 0) return new Sha256();
   if (std::strcmp(name, "none") == 0) return new NoHash();
   return nullptr;

@@ -43,7 +43,8 @@ class Sha256 : public IHash {
   unsigned char m_digest[SHA256_DIGEST_LENGTH];
 };
 
-// New hash object for "sha256" or "none" (exact, case-sensitive); null otherwise.
+// New hash object for "sha256" or "none" (exact, case-sensitive); null for
+// any other name, a null one included.
 IHash* makeHash(const char* name);
 
 #endif  // SUPPORT_HASH_H_

@@ -11,9 +11,13 @@ namespace {
 
 int DefaultMutexInit(pthread_mutex_t* mutex) { return pthread_mutex_init(mutex, nullptr); }
 int DefaultCondInit(pthread_cond_t* cond) { return pthread_cond_init(cond, nullptr); }
+int DefaultMutexDestroy(pthread_mutex_t* mutex) { return pthread_mutex_destroy(mutex); }
+int DefaultCondDestroy(pthread_cond_t* cond) { return pthread_cond_destroy(cond); }
 
 sync_internal::MutexInit g_mutexInit = DefaultMutexInit;
 sync_internal::CondInit g_condInit = DefaultCondInit;
+sync_internal::MutexDestroy g_mutexDestroy = DefaultMutexDestroy;
+sync_internal::CondDestroy g_condDestroy = DefaultCondDestroy;
 
 }  // namespace
 
@@ -22,6 +26,11 @@ namespace sync_internal {
 void SetInitFunctions(MutexInit mutexInit, CondInit condInit) {
   g_mutexInit = mutexInit != nullptr ? mutexInit : DefaultMutexInit;
   g_condInit = condInit != nullptr ? condInit : DefaultCondInit;
+}
+
+void SetDestroyFunctions(MutexDestroy mutexDestroy, CondDestroy condDestroy) {
+  g_mutexDestroy = mutexDestroy != nullptr ? mutexDestroy : DefaultMutexDestroy;
+  g_condDestroy = condDestroy != nullptr ? condDestroy : DefaultCondDestroy;
 }
 
 }  // namespace sync_internal
@@ -37,7 +46,7 @@ Mutex::Mutex() {
 }
 
 Mutex::~Mutex() {
-  int result = pthread_mutex_destroy(&m_mutex);
+  int result = g_mutexDestroy(&m_mutex);
   if (result != 0) {
     printf("Failed to destroy mutex: %d\n", result);
     EV_LOG_ERROR("Failed to destroy mutex: %d", result);
@@ -55,7 +64,7 @@ Cond::Cond() {
 }
 
 Cond::~Cond() {
-  int result = pthread_cond_destroy(&m_cond);
+  int result = g_condDestroy(&m_cond);
   if (result != 0) {
     printf("Failed to destroy cond: %d\n", result);
     EV_LOG_ERROR("Failed to destroy cond: %d", result);

@@ -1,5 +1,6 @@
-// Test seam of Mutex and Cond: the initialisation calls they make, so that a
-// test can make them fail. Not exported to clients; null restores the default.
+// Test seam of Mutex and Cond: the initialisation and destruction calls they
+// make, so that a test can make them fail. Not part of the public header;
+// null restores the default.
 #ifndef SUPPORT_SYNC_INTERNAL_H_
 #define SUPPORT_SYNC_INTERNAL_H_
 
@@ -9,8 +10,11 @@ namespace sync_internal {
 
 using MutexInit = int (*)(pthread_mutex_t*);
 using CondInit = int (*)(pthread_cond_t*);
+using MutexDestroy = int (*)(pthread_mutex_t*);
+using CondDestroy = int (*)(pthread_cond_t*);
 
 void SetInitFunctions(MutexInit mutexInit, CondInit condInit);
+void SetDestroyFunctions(MutexDestroy mutexDestroy, CondDestroy condDestroy);
 
 }  // namespace sync_internal
 

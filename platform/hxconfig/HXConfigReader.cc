@@ -7,8 +7,10 @@
 
 namespace {
 
+// Carriage returns count as blanks at either end, so that a value never keeps
+// one, whatever mix of line ends the file was written with.
 std::string Trim(const std::string& text) {
-  const char* blanks = " \t";
+  const char* blanks = " \t\r";
   size_t first = text.find_first_not_of(blanks);
   if (first == std::string::npos) return std::string();
   size_t last = text.find_last_not_of(blanks);
@@ -28,7 +30,6 @@ CHXConfigReader::CHXConfigReader(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::string line;
   while (std::getline(in, line)) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
     std::string trimmed = Trim(line);
     if (IsIgnoredLine(trimmed)) continue;
     size_t equals = trimmed.find('=');

@@ -2,8 +2,8 @@
 //
 // Reads a key/value text file once, at construction:
 //   - one Key=Value pair per line, split at the first '=';
-//   - blanks and tabs around key and value are trimmed, a trailing carriage
-//     return is dropped;
+//   - blanks, tabs and carriage returns around key and value are trimmed (so
+//     lines may end in LF or CR LF);
 //   - empty lines, lines whose first non-blank character is '#' or ';',
 //     "[section]" lines and lines without '=' are ignored;
 //   - keys are case-sensitive and may contain blanks and hyphens;
