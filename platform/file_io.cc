@@ -15,6 +15,9 @@ namespace {
 // Bytes that may still be read before injected failures start; -1 is off.
 std::atomic<int64_t> g_readBudget{-1};
 
+std::atomic<uint64_t> g_blockWriteCalls{0};
+std::atomic<uint64_t> g_plainWriteCalls{0};
+
 // Charges `length` bytes to the injected-fault budget; false when the read
 // must fail instead.
 bool ChargeRead(size_t length) {
@@ -97,6 +100,7 @@ int ReadBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount, vo
 
 int WriteBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount,
                 const void* buffer) {
+  g_blockWriteCalls.fetch_add(1, std::memory_order_relaxed);
 #if defined(__QNXNTO__)
   return writeblock(fd, blockSize, static_cast<unsigned>(firstBlock), blockCount, buffer);
 #else
@@ -119,6 +123,7 @@ ssize_t Read(int fd, void* buffer, size_t length) {
 }
 
 ssize_t Write(int fd, const void* buffer, size_t length) {
+  g_plainWriteCalls.fetch_add(1, std::memory_order_relaxed);
   ssize_t n;
   do {
     n = write(fd, buffer, length);
@@ -139,6 +144,11 @@ void SyncAll() { sync(); }
 bool IsReadable(const char* path) { return access(path, R_OK) == 0; }
 
 int RemoveFile(const char* path) { return remove(path); }
+
+WriteCallCounts CurrentWriteCallCounts() {
+  return {g_blockWriteCalls.load(std::memory_order_relaxed),
+          g_plainWriteCalls.load(std::memory_order_relaxed)};
+}
 
 void InjectReadFailureAfter(int64_t bytes) {
   g_readBudget.store(bytes < 0 ? -1 : bytes, std::memory_order_relaxed);
