@@ -1,0 +1,225 @@
+#include "verify/verify_by_date.h"
+
+#include <gtest/gtest.h>
+#include <openssl/err.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "status/kalu_status.h"
+#include "tests/testsupport/capture.h"
+#include "tests/testsupport/temp_dir.h"
+#include "tests/verify/signing_fixture.h"
+
+namespace {
+
+using testsupport::FileExists;
+using testsupport::LogCapture;
+using testsupport::OutputCapture;
+using testsupport::ReadFile;
+using testsupport::TempDir;
+using testsupport::WriteFile;
+using verifytest::Chain;
+using verifytest::kManifest;
+
+class VerifyByDateTest : public testing::Test {
+ protected:
+  VerifyByDateTest() : der(dir.file("Version.der")), manifest(dir.file("Version.inf")) {}
+
+  std::string TrustFile(const std::vector<X509*>& certs) {
+    const std::string path = dir.file("trust.pem");
+    pki::WriteCertificatesPem(path, certs);
+    return path;
+  }
+
+  unsigned int Verify(const std::string& derPath, const std::string& trust,
+                      const std::vector<unsigned char>& bytes) {
+    return openSSL_VerifyBasedOnDate(derPath.c_str(), trust.c_str(), bytes.data(),
+                                     static_cast<int>(bytes.size()));
+  }
+
+  std::string RemoveFailed(const std::string& path) {
+    return "Remove Failed -" + path + " / Err: " + std::to_string(ENOENT);
+  }
+
+  TempDir dir;
+  std::string der;
+  std::string manifest;
+};
+
+TEST_F(VerifyByDateTest, ExpiredSignerValidAtBuiltInTimeWritesManifestBesideDer) {
+  Chain chain;
+  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  LogCapture log;
+  OutputCapture out;
+  EXPECT_EQ(KALU_NO_ERR, Verify(der, trust, pki::SignPkcs7Der(kManifest, chain.signer)));
+  EXPECT_EQ(RemoveFailed(manifest), out.Finish());
+  EXPECT_EQ(kManifest, ReadFile(manifest));
+  EXPECT_EQ((std::vector<std::string>{"23:+", "31:" + RemoveFailed(manifest) + " ", "23:-"}),
+            verifytest::Logged(log, "openSSL_VerifyBasedOnDate"));
+}
+
+TEST_F(VerifyByDateTest, SignerValidOnlyAfterBuiltInTimeFails) {
+  Chain chain(pki::UtcTime(2015, 4, 7, 17, 15, 7));
+  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  LogCapture log;
+  OutputCapture out;
+  EXPECT_EQ(SIGN_ERR01, Verify(der, trust, pki::SignPkcs7Der(kManifest, chain.signer)));
+  const std::string printed = out.Finish();
+  const size_t at = printed.find("Error= ");
+  ASSERT_NE(std::string::npos, at) << printed;
+  const unsigned long code = std::stoul(printed.substr(at + 7));
+  char details[256];
+  ERR_error_string_n(code, details, sizeof(details));
+  EXPECT_EQ(RemoveFailed(manifest) + "Verification Failure. Error= " + std::to_string(code) +
+                "\nError details=" + details + "\nVerification failed on given DerFile:" + der +
+                ", CertFile:" + trust + " \n",
+            printed);
+  const std::vector<std::string> logged = verifytest::Logged(log, "openSSL_VerifyBasedOnDate");
+  ASSERT_EQ(4u, logged.size());
+  EXPECT_EQ("23:Verification failed on given DerFile:" + der + ", CertFile:" + trust, logged[2]);
+}
+
+TEST_F(VerifyByDateTest, RefusesSignerOutsideTheTrustFile) {
+  Chain chain;
+  Chain stranger;
+  const std::string trust = TrustFile({stranger.root.cert.get()});
+  EXPECT_EQ(SIGN_ERR01, Verify(der, trust, pki::SignPkcs7Der(kManifest, chain.signer)));
+}
+
+TEST_F(VerifyByDateTest, RefusesTamperedContent) {
+  Chain chain;
+  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  std::vector<unsigned char> bytes = pki::SignPkcs7Der(kManifest, chain.signer);
+  const std::string marker = "PartNumber=4711";
+  auto at = std::search(bytes.begin(), bytes.end(), marker.begin(), marker.end());
+  ASSERT_NE(bytes.end(), at);
+  at[marker.size() - 1] = '2';
+  EXPECT_EQ(SIGN_ERR01, Verify(der, trust, bytes));
+}
+
+TEST_F(VerifyByDateTest, StaleManifestIsDeletedBeforeAFailedCheck) {
+  Chain chain;
+  WriteFile(manifest, "stale");
+  OutputCapture out;
+  EXPECT_EQ(SIGN_ERR01,
+            Verify(der, dir.file("missing.pem"), pki::SignPkcs7Der(kManifest, chain.signer)));
+  EXPECT_EQ(std::string::npos, out.Finish().find("Remove Failed"));
+  EXPECT_FALSE(FileExists(manifest));
+}
+
+// The certificates carried in the structure do not help: the chain must be
+// built from the certificate file alone, which may anchor it at any level.
+TEST_F(VerifyByDateTest, ChainIsBuiltFromTheCertificateFileAlone) {
+  Chain chain;
+  const std::vector<unsigned char> carryingIntermediate = pki::SignPkcs7Der(
+      kManifest, chain.signer, {chain.signer.cert.get(), chain.intermediate.cert.get()});
+  OutputCapture out;
+  EXPECT_EQ(SIGN_ERR01, Verify(der, TrustFile({chain.root.cert.get()}), carryingIntermediate));
+  EXPECT_EQ(KALU_NO_ERR,
+            Verify(der, TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()}),
+                   carryingIntermediate));
+  EXPECT_EQ(KALU_NO_ERR,
+            Verify(der, TrustFile({chain.intermediate.cert.get()}), carryingIntermediate));
+  EXPECT_EQ(KALU_NO_ERR, Verify(der, TrustFile({chain.signer.cert.get()}),
+                                pki::SignPkcs7Der(kManifest, chain.signer)));
+}
+
+TEST_F(VerifyByDateTest, UnusableInputsAreReported) {
+  Chain chain;
+  const std::string trust = TrustFile({chain.root.cert.get()});
+  const std::vector<unsigned char> garbage(64, 0x30);
+  const std::string removeFailed = RemoveFailed(manifest);
+  struct Case {
+    const unsigned char* bytes;
+    int length;
+    std::string printed;
+    std::string logged;
+  } cases[] = {
+      {nullptr, 0, "ERR: File open failed\n", "31:ERR: File open failed"},
+      {garbage.data(), 64, "ERR: Extracing PKCS7 failed\n", "31:ERR: Extracing PKCS7 failed"},
+  };
+  for (const Case& c : cases) {
+    LogCapture log;
+    OutputCapture out;
+    EXPECT_EQ(SIGN_ERR01, openSSL_VerifyBasedOnDate(der.c_str(), trust.c_str(), c.bytes, c.length));
+    EXPECT_EQ(removeFailed + c.printed, out.Finish());
+    EXPECT_EQ(c.logged, verifytest::Logged(log, "openSSL_VerifyBasedOnDate").at(2));
+  }
+}
+
+TEST_F(VerifyByDateTest, CertificateFileThatCannotBeLoadedFailsTheStore) {
+  Chain chain;
+  const std::string notPem = dir.file("trust.pem");
+  WriteFile(notPem, "-----BEGIN NONSENSE-----\n");
+  for (const std::string& trust : {notPem, dir.file("missing.pem")}) {
+    LogCapture log;
+    OutputCapture out;
+    EXPECT_EQ(SIGN_ERR01, Verify(der, trust, pki::SignPkcs7Der(kManifest, chain.signer)));
+    EXPECT_EQ(
+        RemoveFailed(manifest) + "Error loading file " + trust + "\nERR: Failed to create store!",
+        out.Finish());
+    EXPECT_EQ("31:ERR: Failed to create store!",
+              verifytest::Logged(log, "openSSL_VerifyBasedOnDate").at(2));
+  }
+}
+
+TEST_F(VerifyByDateTest, UnwritableManifestStillVerifies) {
+  Chain chain;
+  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  const std::string missingDir = dir.file("absent");
+  LogCapture log;
+  OutputCapture out;
+  EXPECT_EQ(KALU_NO_ERR,
+            Verify(missingDir + "/Version.der", trust, pki::SignPkcs7Der(kManifest, chain.signer)));
+  EXPECT_EQ(RemoveFailed(missingDir + "/Version.inf") + "ERR: Failed to create output file!\n",
+            out.Finish());
+  EXPECT_EQ("31:ERR: Failed to create output file!",
+            verifytest::Logged(log, "openSSL_VerifyBasedOnDate").at(2));
+  EXPECT_FALSE(FileExists(missingDir + "/Version.inf"));
+}
+
+// The manifest path is the DER path with its last three characters replaced.
+class ManifestPathTest : public VerifyByDateTest {
+ protected:
+  void SetUp() override {
+    char cwd[PATH_MAX];
+    ASSERT_NE(nullptr, getcwd(cwd, sizeof(cwd)));
+    m_savedCwd = cwd;
+    ASSERT_EQ(0, chdir(dir.path().c_str()));
+  }
+  void TearDown() override { EXPECT_EQ(0, chdir(m_savedCwd.c_str())); }
+
+ private:
+  std::string m_savedCwd;
+};
+
+TEST_F(ManifestPathTest, ThreeCharacterPathWritesInfInTheWorkingDirectory) {
+  Chain chain;
+  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  OutputCapture out;
+  EXPECT_EQ(KALU_NO_ERR, Verify("abc", trust, pki::SignPkcs7Der(kManifest, chain.signer)));
+  EXPECT_EQ("Remove Failed -inf / Err: " + std::to_string(ENOENT), out.Finish());
+  EXPECT_EQ(kManifest, ReadFile(dir.file("inf")));
+}
+
+TEST_F(ManifestPathTest, ShorterPathThrowsBeforeDeletingAnything) {
+  Chain chain;
+  const std::string trust = TrustFile({chain.root.cert.get()});
+  for (const char* name : {"inf", "ab", "a", "nf", "f"}) WriteFile(dir.file(name), "keep");
+  const std::vector<unsigned char> bytes = pki::SignPkcs7Der(kManifest, chain.signer);
+  OutputCapture out;
+  EXPECT_THROW(Verify("ab", trust, bytes), std::out_of_range);
+  EXPECT_THROW(Verify("", trust, bytes), std::out_of_range);
+  EXPECT_EQ("", out.Finish());
+  for (const char* name : {"inf", "ab", "a", "nf", "f"}) {
+    EXPECT_EQ("keep", ReadFile(dir.file(name))) << name;
+  }
+}
+
+}  // namespace

@@ -1,0 +1,216 @@
+#include "tools/pki/pki.h"
+
+#include <openssl/bio.h>
+#include <openssl/ec.h>
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/pkcs7.h>
+#include <openssl/rand.h>
+#include <openssl/x509v3.h>
+
+namespace pki {
+
+namespace {
+
+struct BioFree {
+  void operator()(BIO* bio) const { BIO_free_all(bio); }
+};
+struct Pkcs7Free {
+  void operator()(PKCS7* p7) const { PKCS7_free(p7); }
+};
+using Bio = std::unique_ptr<BIO, BioFree>;
+using Pkcs7 = std::unique_ptr<PKCS7, Pkcs7Free>;
+
+// Throws with `what` and the text of every error OpenSSL has queued.
+[[noreturn]] void Fail(const std::string& what) {
+  std::string text = what;
+  char line[256];
+  for (unsigned long code = ERR_get_error(); code != 0; code = ERR_get_error()) {
+    ERR_error_string_n(code, line, sizeof(line));
+    text += "\n  ";
+    text += line;
+  }
+  throw Error(text);
+}
+
+void Check(bool ok, const std::string& what) {
+  if (!ok) Fail(what);
+}
+
+Bio OpenFile(const std::string& path, const char* mode) {
+  Bio bio(BIO_new_file(path.c_str(), mode));
+  Check(bio != nullptr, "cannot open " + path);
+  return bio;
+}
+
+// Days from 1970-01-01 to a date of the proleptic Gregorian calendar.
+int64_t DaysFromCivil(int64_t year, int month, int day) {
+  year -= month <= 2;
+  const int64_t era = (year >= 0 ? year : year - 399) / 400;
+  const int64_t yearOfEra = year - era * 400;
+  const int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+  const int64_t dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+  return era * 146097 + dayOfEra - 719468;
+}
+
+void AddExtension(X509* cert, X509V3_CTX* ctx, int nid, const char* value) {
+  X509_EXTENSION* ext = X509V3_EXT_nconf_nid(nullptr, ctx, nid, value);
+  Check(ext != nullptr, std::string("cannot make extension ") + OBJ_nid2sn(nid));
+  const int added = X509_add_ext(cert, ext, -1);
+  X509_EXTENSION_free(ext);
+  Check(added == 1, std::string("cannot add extension ") + OBJ_nid2sn(nid));
+}
+
+// A positive 63-bit random serial, so that certificates of one issuer differ.
+void SetRandomSerial(X509* cert) {
+  uint64_t serial = 0;
+  Check(RAND_bytes(reinterpret_cast<unsigned char*>(&serial), sizeof(serial)) == 1,
+        "cannot draw a serial number");
+  serial = (serial >> 1) | 1;
+  Check(ASN1_INTEGER_set_uint64(X509_get_serialNumber(cert), serial) == 1,
+        "cannot set the serial number");
+}
+
+void SetValidity(X509* cert, const Validity& validity) {
+  Check(ASN1_TIME_set(X509_getm_notBefore(cert), validity.notBefore) != nullptr,
+        "cannot set notBefore");
+  Check(ASN1_TIME_set(X509_getm_notAfter(cert), validity.notAfter) != nullptr,
+        "cannot set notAfter");
+}
+
+void SetSubject(X509* cert, const std::string& commonName) {
+  X509_NAME* name = X509_get_subject_name(cert);
+  Check(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_UTF8,
+                                   reinterpret_cast<const unsigned char*>(commonName.c_str()), -1,
+                                   -1, 0) == 1,
+        "cannot set the subject name");
+}
+
+// Builds and signs a certificate for a fresh key. A null `issuer` makes it
+// self-signed.
+Identity Issue(const std::string& commonName, const Validity& validity, bool isCa,
+               const Identity* issuer) {
+  Identity subject{GenerateKey(), Cert(X509_new())};
+  X509* cert = subject.cert.get();
+  Check(cert != nullptr, "cannot allocate a certificate");
+  Check(X509_set_version(cert, X509_VERSION_3) == 1, "cannot set the version");
+  SetRandomSerial(cert);
+  SetValidity(cert, validity);
+  SetSubject(cert, commonName);
+  X509* issuerCert = issuer != nullptr ? issuer->cert.get() : cert;
+  EVP_PKEY* issuerKey = issuer != nullptr ? issuer->key.get() : subject.key.get();
+  Check(X509_set_issuer_name(cert, X509_get_subject_name(issuerCert)) == 1,
+        "cannot set the issuer name");
+  Check(X509_set_pubkey(cert, subject.key.get()) == 1, "cannot set the public key");
+
+  X509V3_CTX ctx;
+  X509V3_set_ctx(&ctx, issuerCert, cert, nullptr, nullptr, 0);
+  if (isCa) {
+    AddExtension(cert, &ctx, NID_basic_constraints, "critical,CA:TRUE");
+    AddExtension(cert, &ctx, NID_key_usage, "critical,keyCertSign,cRLSign");
+  } else {
+    AddExtension(cert, &ctx, NID_basic_constraints, "critical,CA:FALSE");
+    AddExtension(cert, &ctx, NID_key_usage, "critical,digitalSignature,nonRepudiation");
+    AddExtension(cert, &ctx, NID_ext_key_usage, "emailProtection");
+  }
+  AddExtension(cert, &ctx, NID_subject_key_identifier, "hash");
+  AddExtension(cert, &ctx, NID_authority_key_identifier, "keyid:always");
+  Check(X509_sign(cert, issuerKey, EVP_sha256()) > 0, "cannot sign the certificate");
+  return subject;
+}
+
+}  // namespace
+
+std::time_t UtcTime(int year, int month, int day, int hour, int minute, int second) {
+  return static_cast<std::time_t>(DaysFromCivil(year, month, day) * 86400 + hour * 3600 +
+                                  minute * 60 + second);
+}
+
+Key GenerateKey() {
+  Key key(EVP_EC_gen("P-256"));
+  Check(key != nullptr, "cannot generate an EC P-256 key");
+  return key;
+}
+
+Identity MakeRootCa(const std::string& commonName, const Validity& validity) {
+  return Issue(commonName, validity, true, nullptr);
+}
+
+Identity MakeIntermediateCa(const std::string& commonName, const Validity& validity,
+                            const Identity& issuer) {
+  return Issue(commonName, validity, true, &issuer);
+}
+
+Identity MakeSigner(const std::string& commonName, const Validity& validity,
+                    const Identity& issuer) {
+  return Issue(commonName, validity, false, &issuer);
+}
+
+std::vector<unsigned char> SignPkcs7Der(const std::string& content, const Identity& signer) {
+  return SignPkcs7Der(content, signer, {signer.cert.get()});
+}
+
+std::vector<unsigned char> SignPkcs7Der(const std::string& content, const Identity& signer,
+                                        const std::vector<X509*>& carried) {
+  // Partial signing leaves the certificate list to us; binary mode keeps line
+  // ends as they are instead of turning them into CR LF.
+  const int flags = PKCS7_BINARY | PKCS7_PARTIAL | PKCS7_NOCERTS;
+  Pkcs7 p7(PKCS7_sign(signer.cert.get(), signer.key.get(), nullptr, nullptr, flags));
+  Check(p7 != nullptr, "cannot start the PKCS#7 signature");
+  for (X509* cert : carried) {
+    Check(PKCS7_add_certificate(p7.get(), cert) == 1, "cannot add a certificate");
+  }
+  Bio data(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+  Check(data != nullptr, "cannot wrap the content");
+  Check(PKCS7_final(p7.get(), data.get(), PKCS7_BINARY) == 1, "cannot sign the content");
+
+  const int length = i2d_PKCS7(p7.get(), nullptr);
+  Check(length > 0, "cannot encode the PKCS#7 structure");
+  std::vector<unsigned char> der(static_cast<size_t>(length));
+  unsigned char* cursor = der.data();
+  Check(i2d_PKCS7(p7.get(), &cursor) == length, "cannot encode the PKCS#7 structure");
+  return der;
+}
+
+void WriteCertificatesPem(const std::string& path, const std::vector<X509*>& certs) {
+  Bio file = OpenFile(path, "w");
+  for (X509* cert : certs) {
+    Check(PEM_write_bio_X509(file.get(), cert) == 1, "cannot write a certificate to " + path);
+  }
+}
+
+void WriteKeyPem(const std::string& path, EVP_PKEY* key) {
+  Bio file = OpenFile(path, "w");
+  Check(PEM_write_bio_PrivateKey(file.get(), key, nullptr, nullptr, 0, nullptr, nullptr) == 1,
+        "cannot write the key to " + path);
+}
+
+std::vector<Cert> ReadCertificatesPem(const std::string& path) {
+  Bio file = OpenFile(path, "r");
+  std::vector<Cert> certs;
+  while (X509* cert = PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr)) {
+    certs.emplace_back(cert);
+  }
+  // Running out of PEM blocks ends the loop with a "no start line" error.
+  const unsigned long last = ERR_peek_last_error();
+  if (ERR_GET_REASON(last) == PEM_R_NO_START_LINE && !certs.empty()) ERR_clear_error();
+  Check(ERR_peek_error() == 0 && !certs.empty(), "no certificate in " + path);
+  return certs;
+}
+
+Key ReadKeyPem(const std::string& path) {
+  Bio file = OpenFile(path, "r");
+  Key key(PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr));
+  Check(key != nullptr, "no private key in " + path);
+  return key;
+}
+
+Identity LoadIdentity(const std::string& certPath, const std::string& keyPath) {
+  std::vector<Cert> certs = ReadCertificatesPem(certPath);
+  Identity identity{ReadKeyPem(keyPath), std::move(certs.front())};
+  Check(X509_check_private_key(identity.cert.get(), identity.key.get()) == 1,
+        "the key of " + keyPath + " does not belong to the certificate of " + certPath);
+  return identity;
+}
+
+}  // namespace pki

@@ -1,0 +1,91 @@
+// A small public-key infrastructure for tests, the package tool and demos.
+//
+// Makes EC P-256 keys, a self-signed root CA, intermediate CAs and signer
+// (end-entity) certificates with chosen validity periods, signs content into
+// DER-encoded PKCS#7 signed data, and moves certificates and keys in and out
+// of PEM files. Certificates carry the extensions that the S/MIME signing
+// purpose checks: CAs have basicConstraints CA:TRUE and keyCertSign, signers
+// have digitalSignature and the emailProtection extended key usage.
+//
+// Every OpenSSL object is held by a unique_ptr that frees it. Failures throw
+// pki::Error with OpenSSL's error text. Key material exists only in memory
+// and in the files a caller asks for; nothing here is meant to be committed.
+// Functions may run on any thread; objects are not shared between threads.
+#ifndef TOOLS_PKI_PKI_H_
+#define TOOLS_PKI_PKI_H_
+
+#include <openssl/evp.h>
+#include <openssl/x509.h>
+
+#include <cstdint>
+#include <ctime>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace pki {
+
+class Error : public std::runtime_error {
+ public:
+  explicit Error(const std::string& what) : std::runtime_error(what) {}
+};
+
+struct KeyFree {
+  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
+};
+struct CertFree {
+  void operator()(X509* cert) const { X509_free(cert); }
+};
+using Key = std::unique_ptr<EVP_PKEY, KeyFree>;
+using Cert = std::unique_ptr<X509, CertFree>;
+
+// A certificate with its private key.
+struct Identity {
+  Key key;
+  Cert cert;
+};
+
+// Seconds since 1970-01-01 00:00:00 UTC of a UTC calendar time (month 1-12).
+std::time_t UtcTime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
+
+// Validity period of a certificate, both ends in UTC seconds. Years up to
+// 2049 are encoded as UTCTime, later ones as GeneralizedTime.
+struct Validity {
+  std::time_t notBefore;
+  std::time_t notAfter;
+};
+
+// A fresh EC P-256 key pair.
+Key GenerateKey();
+
+// Self-signed CA certificate with a fresh key.
+Identity MakeRootCa(const std::string& commonName, const Validity& validity);
+// CA certificate with a fresh key, issued and signed by `issuer`.
+Identity MakeIntermediateCa(const std::string& commonName, const Validity& validity,
+                            const Identity& issuer);
+// Signing (end-entity) certificate with a fresh key, issued by `issuer`.
+Identity MakeSigner(const std::string& commonName, const Validity& validity,
+                    const Identity& issuer);
+
+// PKCS#7 signed data in DER over `content` (kept byte for byte: binary mode,
+// content attached, SHA-256). The first form carries only the signer's
+// certificate; the second carries exactly `carried`, in that order (empty
+// for none; the signer's own certificate only if listed).
+std::vector<unsigned char> SignPkcs7Der(const std::string& content, const Identity& signer);
+std::vector<unsigned char> SignPkcs7Der(const std::string& content, const Identity& signer,
+                                        const std::vector<X509*>& carried);
+
+// PEM files. A certificate file may hold several certificates; keys are
+// written unencrypted (PKCS#8).
+void WriteCertificatesPem(const std::string& path, const std::vector<X509*>& certs);
+void WriteKeyPem(const std::string& path, EVP_PKEY* key);
+std::vector<Cert> ReadCertificatesPem(const std::string& path);
+Key ReadKeyPem(const std::string& path);
+// The first certificate of `certPath` with the key of `keyPath`; throws when
+// the key does not belong to the certificate.
+Identity LoadIdentity(const std::string& certPath, const std::string& keyPath);
+
+}  // namespace pki
+
+#endif  // TOOLS_PKI_PKI_H_
