@@ -23,8 +23,10 @@ fi
 for pair in "$@"; do
   target=${pair%%=*}
   library=${pair#*=}
-  # Defined dynamic symbols, demangled, without address and type letter.
-  exported=$("$nm" -DC --defined-only "$library" | sed -E 's/^[0-9a-fA-F]* *[A-Za-z] //')
+  # Defined dynamic symbols, demangled, without address, type letter and ABI
+  # tags (_GetSystemDate[abi:cxx11]() is listed as _GetSystemDate).
+  exported=$("$nm" -DC --defined-only "$library" |
+    sed -E -e 's/^[0-9a-fA-F]* *[A-Za-z] //' -e 's/\[abi:[^]]*\]//g')
   # Each name of this target is wanted either whole or as the part of an
   # exported name before its parameter list.
   wanted=$(sed -n "s/^$target //p" "$names")

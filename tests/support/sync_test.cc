@@ -1,5 +1,5 @@
-// Mutex and Cond: they hand their objects to the pthread calls, and report
-// failed initialisation (with an exception) and failed destruction (without).
+// Mutex and Cond: reports of a failed initialisation (with an exception) and
+// of a failed destruction (without).
 #include "support/sync.h"
 
 #include <errno.h>
@@ -8,7 +8,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 #include "support/sync_internal.h"
 #include "tests/testsupport/capture.h"
@@ -18,23 +17,6 @@ namespace {
 using testsupport::LogCapture;
 using testsupport::LogLine;
 using testsupport::OutputCapture;
-
-TEST(Sync, MutexAndCondHandOverBetweenThreads) {
-  Mutex mutex;
-  Cond cond;
-  bool ready = false;
-  std::thread waiter([&] {
-    pthread_mutex_lock(mutex);
-    while (!ready) pthread_cond_wait(cond, mutex);
-    pthread_mutex_unlock(mutex);
-  });
-  pthread_mutex_lock(mutex);
-  ready = true;
-  pthread_cond_signal(cond);
-  pthread_mutex_unlock(mutex);
-  waiter.join();
-  SUCCEED();
-}
 
 class SyncFailureTest : public testing::Test {
  protected:
