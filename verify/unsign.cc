@@ -29,7 +29,7 @@ namespace {
 // The certificates carried in a signed (or signed-and-enveloped) structure;
 // null for any other content type. Both structures keep the list in the
 // same place, so the signed-data view serves for both.
-STACK_OF(X509) * CarriedCertificates(const PKCS7* p7, int type) {
+STACK_OF(X509)* CarriedCertificates(const PKCS7* p7, int type) {
   if (type != NID_pkcs7_signed && type != NID_pkcs7_signedAndEnveloped) return nullptr;
   return p7->d.sign != nullptr ? p7->d.sign->cert : nullptr;
 }
@@ -73,8 +73,8 @@ int EVGetTimefrmASN1Format(asn1_string_st* time, unsigned int& seconds) {
   }
   printf("Time [@ DER] in GMT: %s", asctime(&tm));
   EV_LOG_INFO("Time [@ DER] in GMT: %s", asctime(&tm));
-  // mktime reads the fields as local time: the result is the certificate's
-  // UTC instant only when the process runs in UTC, as the head unit does.
+  // mktime reads the fields as local time, so the result is the
+  // certificate's UTC instant only when the process's time zone is UTC.
   seconds = static_cast<unsigned int>(mktime(&tm));
   EV_LOG_LEAVE();
   return 0;

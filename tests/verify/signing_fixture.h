@@ -13,6 +13,7 @@
 
 #include "platform/hxlog/hxlog.h"
 #include "tests/testsupport/capture.h"
+#include "tests/testsupport/temp_dir.h"
 #include "tools/pki/pki.h"
 
 namespace verifytest {
@@ -84,6 +85,23 @@ class InUtc : public testing::Test {
   bool m_saved = false;
   bool m_hadZone = false;
   std::string m_savedZone;
+};
+
+// A fresh directory per test, in UTC, with the certificate file "trust.pem"
+// written on demand.
+class SigningTest : public InUtc {
+ protected:
+  std::string TrustFile(const std::vector<X509*>& certs) {
+    const std::string path = dir.file("trust.pem");
+    pki::WriteCertificatesPem(path, certs);
+    return path;
+  }
+  // Root and intermediate: everything but the signer.
+  std::string TrustChain(const Chain& chain) {
+    return TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  }
+
+  testsupport::TempDir dir;
 };
 
 }  // namespace verifytest

@@ -24,7 +24,6 @@ using testsupport::FileExists;
 using testsupport::LogCapture;
 using testsupport::OutputCapture;
 using testsupport::ReadFile;
-using testsupport::TempDir;
 using testsupport::WriteFile;
 using verifytest::Chain;
 using verifytest::kBuiltInTime;
@@ -106,18 +105,9 @@ TEST_F(AsnTimeTest, ConversionUsesTheProcessTimeZone) {
   EXPECT_EQ(1428426906u - 7200u, Convert(V_ASN1_UTCTIME, "150407171506Z"));
 }
 
-class UnsignTest : public verifytest::InUtc {
+class UnsignTest : public verifytest::SigningTest {
  protected:
   UnsignTest() : manifest(dir.file("Version.inf")) {}
-
-  std::string TrustFile(const std::vector<X509*>& certs) {
-    const std::string path = dir.file("trust.pem");
-    pki::WriteCertificatesPem(path, certs);
-    return path;
-  }
-  std::string TrustChain(const Chain& chain) {
-    return TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
-  }
 
   unsigned int Unsign(const std::string& path, const std::string& trust,
                       const std::vector<unsigned char>& der) {
@@ -130,7 +120,6 @@ class UnsignTest : public verifytest::InUtc {
     return "Failed Del: " + path + " / " + std::to_string(ENOENT);
   }
 
-  TempDir dir;
   std::string manifest;
 };
 

@@ -22,20 +22,13 @@ using testsupport::FileExists;
 using testsupport::LogCapture;
 using testsupport::OutputCapture;
 using testsupport::ReadFile;
-using testsupport::TempDir;
 using testsupport::WriteFile;
 using verifytest::Chain;
 using verifytest::kManifest;
 
-class VerifyByDateTest : public testing::Test {
+class VerifyByDateTest : public verifytest::SigningTest {
  protected:
   VerifyByDateTest() : der(dir.file("Version.der")), manifest(dir.file("Version.inf")) {}
-
-  std::string TrustFile(const std::vector<X509*>& certs) {
-    const std::string path = dir.file("trust.pem");
-    pki::WriteCertificatesPem(path, certs);
-    return path;
-  }
 
   unsigned int Verify(const std::string& derPath, const std::string& trust,
                       const std::vector<unsigned char>& bytes) {
@@ -47,14 +40,13 @@ class VerifyByDateTest : public testing::Test {
     return "Remove Failed -" + path + " / Err: " + std::to_string(ENOENT);
   }
 
-  TempDir dir;
   std::string der;
   std::string manifest;
 };
 
 TEST_F(VerifyByDateTest, ExpiredSignerValidAtBuiltInTimeWritesManifestBesideDer) {
   Chain chain;
-  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  const std::string trust = TrustChain(chain);
   LogCapture log;
   OutputCapture out;
   EXPECT_EQ(KALU_NO_ERR, Verify(der, trust, pki::SignPkcs7Der(kManifest, chain.signer)));
@@ -66,7 +58,7 @@ TEST_F(VerifyByDateTest, ExpiredSignerValidAtBuiltInTimeWritesManifestBesideDer)
 
 TEST_F(VerifyByDateTest, SignerValidOnlyAfterBuiltInTimeFails) {
   Chain chain(pki::UtcTime(2015, 4, 7, 17, 15, 7));
-  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  const std::string trust = TrustChain(chain);
   LogCapture log;
   OutputCapture out;
   EXPECT_EQ(SIGN_ERR01, Verify(der, trust, pki::SignPkcs7Der(kManifest, chain.signer)));
@@ -94,7 +86,7 @@ TEST_F(VerifyByDateTest, RefusesSignerOutsideTheTrustFile) {
 
 TEST_F(VerifyByDateTest, RefusesTamperedContent) {
   Chain chain;
-  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  const std::string trust = TrustChain(chain);
   std::vector<unsigned char> bytes = pki::SignPkcs7Der(kManifest, chain.signer);
   const std::string marker = "PartNumber=4711";
   auto at = std::search(bytes.begin(), bytes.end(), marker.begin(), marker.end());
@@ -121,9 +113,7 @@ TEST_F(VerifyByDateTest, ChainIsBuiltFromTheCertificateFileAlone) {
       kManifest, chain.signer, {chain.signer.cert.get(), chain.intermediate.cert.get()});
   OutputCapture out;
   EXPECT_EQ(SIGN_ERR01, Verify(der, TrustFile({chain.root.cert.get()}), carryingIntermediate));
-  EXPECT_EQ(KALU_NO_ERR,
-            Verify(der, TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()}),
-                   carryingIntermediate));
+  EXPECT_EQ(KALU_NO_ERR, Verify(der, TrustChain(chain), carryingIntermediate));
   EXPECT_EQ(KALU_NO_ERR,
             Verify(der, TrustFile({chain.intermediate.cert.get()}), carryingIntermediate));
   EXPECT_EQ(KALU_NO_ERR, Verify(der, TrustFile({chain.signer.cert.get()}),
@@ -171,7 +161,7 @@ TEST_F(VerifyByDateTest, CertificateFileThatCannotBeLoadedFailsTheStore) {
 
 TEST_F(VerifyByDateTest, UnwritableManifestStillVerifies) {
   Chain chain;
-  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  const std::string trust = TrustChain(chain);
   const std::string missingDir = dir.file("absent");
   LogCapture log;
   OutputCapture out;
@@ -188,12 +178,16 @@ TEST_F(VerifyByDateTest, UnwritableManifestStillVerifies) {
 class ManifestPathTest : public VerifyByDateTest {
  protected:
   void SetUp() override {
+    VerifyByDateTest::SetUp();
     char cwd[PATH_MAX];
     ASSERT_NE(nullptr, getcwd(cwd, sizeof(cwd)));
     m_savedCwd = cwd;
     ASSERT_EQ(0, chdir(dir.path().c_str()));
   }
-  void TearDown() override { EXPECT_EQ(0, chdir(m_savedCwd.c_str())); }
+  void TearDown() override {
+    EXPECT_EQ(0, chdir(m_savedCwd.c_str()));
+    VerifyByDateTest::TearDown();
+  }
 
  private:
   std::string m_savedCwd;
@@ -201,7 +195,7 @@ class ManifestPathTest : public VerifyByDateTest {
 
 TEST_F(ManifestPathTest, ThreeCharacterPathWritesInfInTheWorkingDirectory) {
   Chain chain;
-  const std::string trust = TrustFile({chain.root.cert.get(), chain.intermediate.cert.get()});
+  const std::string trust = TrustChain(chain);
   OutputCapture out;
   EXPECT_EQ(KALU_NO_ERR, Verify("abc", trust, pki::SignPkcs7Der(kManifest, chain.signer)));
   EXPECT_EQ("Remove Failed -inf / Err: " + std::to_string(ENOENT), out.Finish());
