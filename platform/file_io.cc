@@ -1,3 +1,10 @@
+// Packages and extracted files may pass 2 GiB: on 32-bit Linux (the emulated
+// ARM build) that needs the 64-bit file interfaces; the target's 64-bit calls
+// are named explicitly below.
+#if !defined(__QNXNTO__) && !defined(_FILE_OFFSET_BITS)
+#define _FILE_OFFSET_BITS 64
+#endif
+
 #include "platform/file_io.h"
 
 #include <errno.h>

@@ -1,11 +1,10 @@
-// The logger stand-in and the library's logging macros: mask gating, the
-// mask's start value from HXLOG_MASK, exact texts to a sink, and the standard
-// error line format.
+// The logger stand-in and the library's logging macros: mask gating, exact
+// texts to a sink, and the standard error line format. (The mask's start value
+// from HXLOG_MASK is checked by running hxlog_mask_probe.)
 #include "platform/hxlog/hxlog.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -112,32 +111,6 @@ TEST(HxLogStderr, WritesOneLineWithLevelFunctionSourceLineAndText) {
             "[HxLog 31] copyWithHash:42 Error: open64() failed. Error no: 2 \n"
             "[HxLog 23] FileHandle:43 KALU Error 19 \n"
             "[HxLog 23] ?:44 no function\n");
-}
-
-// Runs the probe with HXLOG_MASK set to `value` (unset when null) and
-// returns everything it wrote to standard output and standard error.
-std::string RunProbe(const char* value) {
-  std::string command = value != nullptr
-                            ? std::string("HXLOG_MASK='") + value + "' '" HXLOG_MASK_PROBE "'"
-                            : std::string("env -u HXLOG_MASK '" HXLOG_MASK_PROBE "'");
-  command += " 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return "popen failed";
-  std::string output;
-  char buffer[256];
-  size_t n;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
-  pclose(pipe);
-  return output;
-}
-
-TEST(HxLogMask, StartsFromHxlogMaskAtLoadTime) {
-  EXPECT_EQ(RunProbe(nullptr), "00000000\n");
-  EXPECT_EQ(RunProbe("0x00800000"), "00800000\n[HxLog 23] probe:7 info 23\n");
-  EXPECT_EQ(RunProbe("80000000"), "80000000\n[HxLog 31] probe:8 error 31\n");
-  EXPECT_EQ(RunProbe("0x80800000"),
-            "80800000\n[HxLog 23] probe:7 info 23\n[HxLog 31] probe:8 error 31\n");
-  EXPECT_EQ(RunProbe("not a number"), "00000000\n");
 }
 
 // The macros log under the calling function's own name.
