@@ -1,1 +1,180 @@
+#include "extract/file_threads.h"
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+#include <vector>
+
 #include "extract/hash_write_buffer.h"
+#include "extract/run_state.h"
+#include "platform/file_io.h"
+#include "platform/log.h"
+#include "platform/thread.h"
+
+namespace {
+
+constexpr size_t kBlockSize = 512;
+constexpr int kBlocksPerChunk = HashAndWriteBuffer::kChunkSize / kBlockSize;
+
+// Writes the chunks of one file in order: a full chunk as 64 blocks at the
+// block number, a short one (only the last chunk of a file is short) with a
+// plain write right after the full chunks.
+class ChunkWriter {
+ public:
+  explicit ChunkWriter(int fd) : m_fd(fd) {}
+
+  // False, with errno set by the failing call, when the chunk was not
+  // written whole.
+  bool write(const unsigned char* data, unsigned int size) {
+    if (size == HashAndWriteBuffer::kChunkSize) {
+      int blocks = platform::WriteBlocks(m_fd, kBlockSize, m_blockNumber, kBlocksPerChunk, data);
+      m_blockNumber += kBlocksPerChunk;
+      int64_t done = static_cast<int64_t>(blocks) * static_cast<int64_t>(kBlockSize);
+      return account(done, size);
+    }
+    // Block writes do not promise where they leave the descriptor's position.
+    if (platform::SetPosition(m_fd, m_blockNumber * kBlockSize) != 0) return false;
+    return account(platform::Write(m_fd, data, size), size);
+  }
+
+  uint64_t total() const { return m_total; }
+
+ private:
+  bool account(int64_t done, unsigned int size) {
+    if (done < static_cast<int64_t>(size)) return false;
+    m_total += static_cast<uint64_t>(done);
+    return true;
+  }
+
+  int m_fd;
+  uint64_t m_blockNumber = 0;
+  uint64_t m_total = 0;
+};
+
+// Each thread owns its argument block; it copies it and frees it at once.
+template <typename Args>
+Args TakeArgs(void* argument) {
+  Args* block = static_cast<Args*>(argument);
+  Args args = *block;
+  delete block;
+  return args;
+}
+
+void ReleaseIfHeld(Mutex& lock, bool& held) {
+  if (!held) return;
+  held = false;
+  pthread_mutex_unlock(lock);
+}
+
+void JoinStartedThreads(HashAndWriteBuffer* buffer) {
+  if (buffer->m_bHashThreadStarted) pthread_join(buffer->m_hashThreadId, nullptr);
+  if (buffer->m_bWriterThreadStarted) pthread_join(buffer->m_writerThreadId, nullptr);
+}
+
+// Two lower-case hex digits per digest byte; empty for a hash that computes
+// nothing.
+std::string DigestText(const IHash* hash) {
+  std::string text;
+  if (hash == nullptr) return text;
+  std::pair<const unsigned char*, uint32_t> digest = hash->getHash();
+  char hex[3];
+  for (uint32_t i = 0; i < digest.second; ++i) {
+    snprintf(hex, sizeof hex, "%02x", digest.first[i]);
+    text += hex;
+  }
+  return text;
+}
+
+void EmptyBufferList() { std::vector<HashAndWriteBuffer*>().swap(g_vectorOfTHashAndWriteBuffer); }
+
+}  // namespace
+
+void* hashThread(void* argument) {
+  HashThreadArgs args = TakeArgs<HashThreadArgs>(argument);
+  platform::SetCurrentThreadName("hashThread");
+  pthread_cleanup_push(hash_thread_cleanup_handler, args.buffer);
+  // A priority the platform refuses leaves the thread at its own; that is fine.
+  platform::SetCurrentThreadPriority(args.basePriority - 1);
+  for (HashAndWriteBuffer::Chunk chunk = args.buffer->nextHash(); chunk.first != nullptr;
+       chunk = args.buffer->nextHash()) {
+    args.hash->update(chunk.first, chunk.second);
+    args.buffer->hashReady(chunk.second);
+  }
+  args.buffer->hashFinished();
+  args.hash->finish();
+  pthread_cleanup_pop(1);
+  return nullptr;
+}
+
+// After a failed write the writer stops writing the file but keeps taking and
+// giving back its chunks, so that neither the filler nor the hasher waits for
+// chunks that would never come back.
+void* writerThread(void* argument) {
+  WriterThreadArgs args = TakeArgs<WriterThreadArgs>(argument);
+  HashAndWriteBuffer* buffer = args.buffer;
+  platform::SetCurrentThreadName("writerThread");
+  pthread_cleanup_push(write_thread_cleanup_handler, buffer);
+  ChunkWriter writer(args.fd);
+  bool failed = false;
+  for (HashAndWriteBuffer::Chunk chunk = buffer->nextRead(); chunk.first != nullptr;
+       chunk = buffer->nextRead()) {
+    if (!failed && !writer.write(chunk.first, chunk.second)) {
+      int error = errno;
+      unsigned long long total = writer.total();
+      printf("Failed to write content: %d %llu\n", error, total);
+      EV_LOG_ERROR("Failed to write content: %d %llu\n", error, total);
+      failed = true;
+    }
+    buffer->readReady(chunk.second);
+  }
+  buffer->readFinished();
+  buffer->m_ullBytesWritten = writer.total();
+  buffer->m_bWriteFailed = failed;
+  // Closed through the handle, which keeps -1: its own close when the buffer
+  // is freed then cannot hit a descriptor opened since by another thread.
+  buffer->m_pFileHandle->closeNow();
+  pthread_cleanup_pop(1);
+  return nullptr;
+}
+
+void hash_thread_cleanup_handler(void* buffer) {
+  if (buffer == nullptr) return;
+  auto* owner = static_cast<HashAndWriteBuffer*>(buffer);
+  ReleaseIfHeld(owner->m_hashLock, owner->m_bHashLockHeld);
+}
+
+void write_thread_cleanup_handler(void* buffer) {
+  if (buffer == nullptr) return;
+  auto* owner = static_cast<HashAndWriteBuffer*>(buffer);
+  ReleaseIfHeld(owner->m_readLock, owner->m_bReadLockHeld);
+}
+
+bool WaitForChildThreads() {
+  bool incomplete = false;
+  for (HashAndWriteBuffer* buffer : g_vectorOfTHashAndWriteBuffer) {
+    if (buffer == nullptr) continue;
+    buffer->copyFinished();
+    // Without a hash thread nobody would tell the writer that no more is coming.
+    if (!buffer->m_bHashThreadStarted) buffer->hashFinished();
+    JoinStartedThreads(buffer);
+    g_hashResult.emplace(buffer->m_strFileName, DigestText(buffer->m_pHash));
+    incomplete = incomplete || buffer->m_bWriteFailed || !buffer->m_bHashThreadStarted ||
+                 !buffer->m_bWriterThreadStarted;
+    delete buffer;
+  }
+  EmptyBufferList();
+  return incomplete;
+}
+
+void ClearHashAndWriteBuffer() {
+  for (HashAndWriteBuffer* buffer : g_vectorOfTHashAndWriteBuffer) {
+    if (buffer == nullptr) continue;
+    buffer->CancelHashWriteThreads();
+    JoinStartedThreads(buffer);
+    delete buffer;
+  }
+  EmptyBufferList();
+}

@@ -14,17 +14,20 @@
 // Ownership: created by the extract thread, owned by
 // g_vectorOfTHashAndWriteBuffer once appended; freed by WaitForChildThreads or
 // ClearHashAndWriteBuffer (extract thread only), after both of its threads
-// have ended.
+// have ended. The thread entries and those two functions are declared in
+// extract/file_threads.h.
 #ifndef EXTRACT_HASH_WRITE_BUFFER_H_
 #define EXTRACT_HASH_WRITE_BUFFER_H_
 
 #include <pthread.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
 
+#include "extract/file_threads.h"
 #include "support/file_handle.h"
 #include "support/hash.h"
 #include "support/sync.h"
@@ -45,7 +48,8 @@ class HashAndWriteBuffer {
   unsigned char* nextCopy();  // null once copy stop is set and no chunk is free
   void copyReady(unsigned int size);
   void copyFinished();
-  // Sets copy stop and wakes a filler waiting in nextCopy (source ended).
+  // Sets copy stop and wakes a filler waiting in nextCopy: the source has
+  // ended, or nobody will give chunks back. Any thread.
   void stopCopy();
 
   // Hash thread.
@@ -62,9 +66,12 @@ class HashAndWriteBuffer {
   // there are some; 0 once the writer has ended and nothing is left.
   uint64_t nextCheck();
 
-  // Ends both threads of this buffer early: they stop taking chunks and
-  // return. Does not wait; the caller joins them before freeing the buffer.
+  // Ends both threads of this buffer early: from now on nextHash and nextRead
+  // return (null, 0), so each thread finishes its current chunk and returns.
+  // Does not wait; the caller joins them before freeing the buffer.
   void CancelHashWriteThreads();
+
+  unsigned char* chunk(uint32_t index) { return m_chunks.get() + index * kChunkSize; }
 
   // The ring; chunk i starts at i * kChunkSize.
   std::unique_ptr<unsigned char[]> m_chunks;
@@ -94,7 +101,15 @@ class HashAndWriteBuffer {
   bool m_bCopyFinished = false;  // hash lock
   bool m_bHashFinished = false;  // read lock
   bool m_bReadFinished = false;  // check lock
-  bool m_bCancelled = false;     // set under the hash lock and the read lock in turn
+  // Stored under the hash lock and then under the read lock, and read under
+  // either; atomic because the two locks do not order each other.
+  std::atomic<bool> m_bCancelled{false};
+
+  // Whether the hash thread (inside nextHash) holds the hash lock, and the
+  // writer (inside nextRead) the read lock; each touched by that thread only,
+  // so that a cleanup handler releases a lock only when its thread holds it.
+  bool m_bHashLockHeld = false;
+  bool m_bReadLockHeld = false;
 
   pthread_t m_hashThreadId{};
   pthread_t m_writerThreadId{};
@@ -107,32 +122,16 @@ class HashAndWriteBuffer {
   FileHandle* m_pFileHandle = nullptr;
   uint64_t m_ullBytesWritten = 0;
   bool m_bWriteFailed = false;  // written by the writer, read after it is joined
-};
 
-// Thread arguments; each per-file thread gets its own block, owned by the
-// thread it is handed to (the thread frees it).
-struct HashThreadArgs {
-  HashAndWriteBuffer* buffer;
-  IHash* hash;
-  int basePriority;
+ private:
+  // Publishes the chunk at `cursor` (now holding `size` bytes) to the next
+  // party, then advances the caller's own cursor outside the lock.
+  void passOn(Mutex& lock, Cond& cond, uint32_t* sizes, uint32_t& count, uint32_t& cursor,
+              unsigned int size);
+  // The wait shared by nextHash and nextRead: takes the next chunk that the
+  // previous party has passed on, draining before `finished` is honoured.
+  Chunk nextPassedOn(Mutex& lock, Cond& cond, uint32_t& count, const bool& finished,
+                     const uint32_t* sizes, uint32_t cursor, bool& lockHeld);
 };
-struct WriterThreadArgs {
-  HashAndWriteBuffer* buffer;
-  int fd;
-  uint64_t* bytesWritten;
-};
-
-void* hashThread(void* argument);
-void* writerThread(void* argument);
-void hash_thread_cleanup_handler(void* buffer);
-void write_thread_cleanup_handler(void* buffer);
-
-// Extract thread only. WaitForChildThreads finishes, joins and frees every
-// buffer of the run in creation order, recording each digest (lower-case hex)
-// in g_hashResult, the first file of a name winning. It returns true when a
-// writer failed to write its file. ClearHashAndWriteBuffer ends every buffer's
-// threads, frees the buffers and records nothing.
-bool WaitForChildThreads();
-void ClearHashAndWriteBuffer();
 
 #endif  // EXTRACT_HASH_WRITE_BUFFER_H_
