@@ -1,1 +1,323 @@
 #include "extract/extract_thread.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <pthread.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "extract/file_threads.h"
+#include "extract/hash_write_buffer.h"
+#include "extract/read_buffer.h"
+#include "extract/run_state.h"
+#include "extract/source_reader.h"
+#include "manifest/version_tpn.h"
+#include "platform/file_io.h"
+#include "platform/log.h"
+#include "platform/thread.h"
+#include "support/archive_handles.h"
+#include "verify/unsign.h"
+
+namespace {
+
+// Every message of the thread carries its name, whichever helper emits it.
+const char kThreadName[] = "extractThread";
+#define EXTRACT_LOG(level, ...)                                              \
+  do {                                                                       \
+    if (EvLogEnabled(level)) HxLog(__LINE__, (level), kThreadName, __VA_ARGS__); \
+  } while (0)
+
+const size_t kPathSize = 256;
+const size_t kManifestReadSize = 4096;
+const size_t kNameCompareLength = 255;
+const char kManifestEntry[] = "Version.der";  // compared with its terminator
+const char kManifestFile[] = "Version.inf";
+
+// "<directory>/<name>", cut silently to the buffer.
+void FormatPath(char (&path)[kPathSize], const std::string& directory, const char* name) {
+  std::memset(path, 0, sizeof path);
+  snprintf(path, sizeof path, "%s/%s", directory.c_str(), name);
+}
+
+bool IsInterestedFile(const std::string& name) {
+  return strncmp(name.c_str(), g_interesetedFileName.c_str(), kNameCompareLength) == 0;
+}
+
+// The per-file threads get argument blocks of their own, which they free.
+// When a thread cannot start, its buffer is told to stop copying: otherwise
+// the filler would wait for chunks that nobody hands back.
+void StartHashThread(HashAndWriteBuffer* file) {
+  auto* args = new HashThreadArgs{file, file->m_pHash, 0};
+  if (pthread_create(&file->m_hashThreadId, nullptr, hashThread, args) == 0) {
+    file->m_bHashThreadStarted = true;
+    return;
+  }
+  int error = errno;
+  printf("hashThread failed to create - %d", error);
+  EXTRACT_LOG(kLogError, "hashThread failed to create - %d", error);
+  delete args;
+  file->stopCopy();
+}
+
+void StartWriterThread(HashAndWriteBuffer* file) {
+  auto* args = new WriterThreadArgs{file, *file->m_pFileHandle, &file->m_ullBytesWritten};
+  if (pthread_create(&file->m_writerThreadId, nullptr, writerThread, args) == 0) {
+    file->m_bWriterThreadStarted = true;
+    return;
+  }
+  int error = errno;
+  printf("writerThread failed to create - %d", error);
+  EXTRACT_LOG(kLogError, "writerThread failed to create - %d", error);
+  delete args;
+  file->stopCopy();
+}
+
+// One walk over the entries of an open archive. Each handler returns true
+// when the walk must stop after the current entry.
+class EntryWalker {
+ public:
+  EntryWalker(archive* reader, ReadAndExtractBuffer& buffer) : m_reader(reader), m_buffer(buffer) {}
+
+  void run();
+
+ private:
+  void setStatus(_KALU_Error status) { m_buffer.m_eStatus = status; }
+  bool handleManifest(const std::string& name);
+  bool endManifest();
+  bool abandonManifest();
+  bool isFilteredOut(const std::string& name);
+  bool extractFile(const std::string& name);
+  bool copyEntryData();
+  bool completesSingleFileRun(const std::string& name);
+
+  archive* m_reader;
+  ReadAndExtractBuffer& m_buffer;
+  bool m_bManifestSeen = false;
+  unsigned char m_data[kManifestReadSize] = {};
+};
+
+void EntryWalker::run() {
+  std::string entryName;
+  for (;;) {
+    archive_entry* entry = nullptr;
+    int result = archive_read_next_header(m_reader, &entry);
+    if (result == ARCHIVE_EOF) {
+      EXTRACT_LOG(kLogInfo, " Reached end of archive file hence coming out of while loop");
+      return;
+    }
+    if (result < 0) {  // warnings too
+      printf("Problem reading archive\n");
+      EXTRACT_LOG(kLogError, "Problem reading archive\n");
+      setStatus(PKG_ERR03);
+      return;
+    }
+    // Directories and empty files end the run as well.
+    if (archive_entry_size(entry) <= 0) {
+      setStatus(PKG_ERR03);
+      printf("Error: archive_entry_size(entry) returns negative value \n");
+      EXTRACT_LOG(kLogError, "Error: archive_entry_size(entry) returns negative value");
+      return;
+    }
+    const char* pathname = archive_entry_pathname(entry);
+    entryName = pathname != nullptr ? pathname : "";
+    // Any "..", not only a path component, ends the run, status untouched.
+    if (entryName.find("..") != std::string::npos) {
+      printf("Zip: Entry file name contains - \"..\" \n");
+      EXTRACT_LOG(kLogInfo, "Zip: Entry file name contains - \"..\" ");
+      return;
+    }
+
+    bool stop = false;
+    if (strncmp(entryName.c_str(), kManifestEntry, sizeof kManifestEntry) == 0) {
+      stop = handleManifest(entryName);
+    } else if (!isFilteredOut(entryName)) {
+      stop = extractFile(entryName);
+    }
+    if (completesSingleFileRun(entryName)) stop = true;
+    entryName.clear();
+    if (stop) return;
+  }
+}
+
+// Verifies each read of the signed manifest, which writes Version.inf, and
+// parses it into the run's manifest object. A Version.der is expected to fit
+// in one read; the signed blob is self-delimiting, so the whole buffer is
+// handed over whatever the read returned.
+bool EntryWalker::handleManifest(const std::string& name) {
+  printf("Extracting file Name : %s\n", name.c_str());
+  EXTRACT_LOG(kLogInfo, "Extracting file Name : %s\n", name.c_str());
+  EXTRACT_LOG(kLogInfo, " Entering While Loop : extracting file");
+  char manifestPath[kPathSize];
+  for (;;) {
+    la_ssize_t copied = archive_read_data(m_reader, m_data, sizeof m_data);
+    if (copied == 0) {
+      EXTRACT_LOG(kLogInfo, "extracting file copiedSize is 0 , hence coming out of while loop ");
+      EXTRACT_LOG(kLogInfo, " Exiting While Loop : extracting file");
+      m_bManifestSeen = true;
+      return false;
+    }
+    if (copied < 0) {
+      printf("Copied size too small\n");
+      EXTRACT_LOG(kLogInfo, " Copied size too small ");
+      setStatus(PKG_ERR03);
+      return endManifest();
+    }
+    FormatPath(manifestPath, g_dstDirPath, kManifestFile);
+    auto result = static_cast<_KALU_Error>(EV_Unsign_using_date(
+        manifestPath, g_certificateFilePath.c_str(), m_data, static_cast<int>(kManifestReadSize)));
+    setStatus(result);
+    if (result != KALU_NO_ERR) {
+      printf("Error: Open SSL Verification Failed. Status :%d / %s\n", result,
+             CKALUStatus::EnumToStr(result));
+      EXTRACT_LOG(kLogError, "Error: Open SSL Verification Failed. Status :%d / %s ", result,
+                  CKALUStatus::EnumToStr(result));
+      return abandonManifest();
+    }
+    result = PrintKALU_VersionParse_TPN(manifestPath, g_objKALU_Version_TPN);
+    setStatus(result);
+    if (result != KALU_NO_ERR) {
+      printf("Error: Version Inf Parsing Failed. Status :%d / %s\n", result,
+             CKALUStatus::EnumToStr(result));
+      EXTRACT_LOG(kLogError, "Error: Version Inf Parsing Failed. Status :%d / %s ", result,
+                  CKALUStatus::EnumToStr(result));
+      return abandonManifest();
+    }
+  }
+}
+
+bool EntryWalker::endManifest() {
+  EXTRACT_LOG(kLogInfo, " Exiting While Loop : extracting file");
+  m_bManifestSeen = true;
+  return true;
+}
+
+// A refused manifest discards every file pipeline of the run.
+bool EntryWalker::abandonManifest() {
+  ClearHashAndWriteBuffer();
+  m_buffer.setHashAndWriteBuffer(nullptr);
+  return endManifest();
+}
+
+bool EntryWalker::isFilteredOut(const std::string& name) {
+  if (g_eExtractionType == EXTRACTION_EXCLUDE_FILE && IsInterestedFile(name)) {
+    printf("Excluded File : %s  from Extraction\n", name.c_str());
+    EXTRACT_LOG(kLogInfo, "Excluded File : %s  from Extraction", name.c_str());
+    return true;
+  }
+  if (g_eExtractionType == EXTRACTION_SINGLE_FILE && !IsInterestedFile(name)) {
+    printf("Skipped File : %s  from Extraction\n", name.c_str());
+    EXTRACT_LOG(kLogInfo, "Skipped File : %s  from Extraction", name.c_str());
+    return true;
+  }
+  return false;
+}
+
+// Sends the entry through a pipeline of its own. The end of its data is not
+// signalled here: every pipeline of the run is finished after the walk.
+bool EntryWalker::extractFile(const std::string& name) {
+  printf("Extracting file Name : %s\n", name.c_str());
+  EXTRACT_LOG(kLogInfo, "Extracting file Name : %s", name.c_str());
+  char filePath[kPathSize];
+  FormatPath(filePath, g_dstDirPath, name.c_str());
+  auto* file = new (std::nothrow) HashAndWriteBuffer(name, filePath);
+  if (file == nullptr) {
+    // Lenient on purpose: the entry is left out and the run goes on.
+    printf("THashAndWriteBuffer object is failed to create \n");
+    EXTRACT_LOG(kLogInfo, "THashAndWriteBuffer object is failed to create");
+    return false;
+  }
+  m_buffer.setHashAndWriteBuffer(nullptr);
+  m_buffer.setHashAndWriteBuffer(file);
+  StartHashThread(file);
+  StartWriterThread(file);
+  g_vectorOfTHashAndWriteBuffer.push_back(file);
+  return copyEntryData();
+}
+
+// The archive reader decompresses straight into the pipeline's chunks.
+bool EntryWalker::copyEntryData() {
+  for (;;) {
+    HashAndWriteBuffer* file = m_buffer.hashAndWriteBuffer();
+    unsigned char* chunk = file->nextCopy();
+    if (chunk == nullptr) return false;  // the source has ended
+    la_ssize_t copied = archive_read_data(m_reader, chunk, HashAndWriteBuffer::kChunkSize);
+    if (copied == 0) return false;
+    if (copied < 0) {
+      printf("Problem extracting file\n");
+      EXTRACT_LOG(kLogInfo, "Problem extracting file");
+      setStatus(PKG_ERR03);
+      return true;
+    }
+    file->copyReady(static_cast<unsigned int>(copied));
+  }
+}
+
+// The single selected file is done once the manifest has been seen: the
+// reader stops, and is handed a chunk back in case it waits for one.
+bool EntryWalker::completesSingleFileRun(const std::string& name) {
+  if (g_eExtractionType != EXTRACTION_SINGLE_FILE || !IsInterestedFile(name) ||
+      !m_bManifestSeen) {
+    return false;
+  }
+  g_isExtractionCompleted = 1;
+  m_buffer.extractReady();
+  return true;
+}
+
+// Opens the archive over the read ring and walks it; then finishes every
+// file pipeline of the run.
+void ExtractArchive(archive* reader, ReadAndExtractBuffer& buffer) {
+  archive_read_support_format_tar(reader);
+  archive_read_support_filter_gzip(reader);
+  ReadAndExtractBuffer* clientData = &buffer;  // what the callbacks receive
+  int opened = archive_read_open(reader, &clientData, open_arch, read_arch, close_arch);
+  if (opened != ARCHIVE_OK) {
+    printf("Failed to create archive file: (%d) (%s)\n", opened, archive_error_string(reader));
+    EXTRACT_LOG(kLogError, "Failed to create archive file: (%d) (%s)", opened,
+                archive_error_string(reader));
+    buffer.m_eStatus = PKG_ERR03;
+    buffer.extractStopped();
+    return;
+  }
+  ArchiveFile file(reader, opened);
+  EXTRACT_LOG(kLogInfo, " Entering extract thread main while loop");
+  EntryWalker(reader, buffer).run();
+  // No more chunks are taken: a reader waiting for a free one must not wait
+  // for ever, whatever remains of the package.
+  buffer.extractStopped();
+
+  EXTRACT_LOG(kLogInfo, " Exiting extract thread main while loop");
+  printf("Waiting for child threads to join\n");
+  EXTRACT_LOG(kLogInfo, "Waiting for child threads to join");
+  bool writeFailed = WaitForChildThreads();
+  buffer.setHashAndWriteBuffer(nullptr);
+  if (writeFailed && buffer.m_eStatus == KALU_NO_ERR) buffer.m_eStatus = PKG_ERR03;
+  platform::SyncAll();
+  platform::SyncAll();
+}
+
+}  // namespace
+
+void* extractThread(void* argument) {
+  platform::SetCurrentThreadName(kThreadName);
+  EXTRACT_LOG(kLogInfo, "+");
+  const auto* args = static_cast<const ExtractThreadArgs*>(argument);
+  ReadAndExtractBuffer& buffer = *args->buffer;
+  platform::SetCurrentThreadPriority(args->priority - 1);  // a refusal is ignored
+
+  ArchiveObject reader(archive_read_new());
+  if (reader == nullptr) {
+    printf("Failed to create archive object\n");
+    EXTRACT_LOG(kLogError, "Failed to create archive object");
+    buffer.m_eStatus = PKG_ERR03;
+    buffer.extractStopped();
+  } else {
+    ExtractArchive(reader, buffer);
+  }
+  EXTRACT_LOG(kLogInfo, "-");
+  return nullptr;
+}

@@ -1,4 +1,17 @@
-// Placeholder: declared by the pipeline work in progress.
+// The extract thread: walks the package's archive entries.
+//
+// Started by the source reader with an ExtractThreadArgs block and joined by
+// it; one per run. It reads the gzip tar through the read callbacks of the
+// source reader, verifies and parses the signed manifest Version.der into
+// Version.inf in the destination directory, and sends every other selected
+// entry through its own HashAndWriteBuffer with a hash thread and a writer
+// thread. At the end of the archive, or at the first fatal problem, it stops
+// taking chunks from the read ring, finishes and joins every per-file
+// pipeline (which records the digests in g_hashResult) and ends. The outcome
+// goes only into the read ring's status; the thread always returns null.
 #ifndef EXTRACT_EXTRACT_THREAD_H_
 #define EXTRACT_EXTRACT_THREAD_H_
+
+void* extractThread(void* argument);
+
 #endif  // EXTRACT_EXTRACT_THREAD_H_

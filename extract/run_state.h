@@ -59,4 +59,9 @@ bool CheckParticularFileExtraction();
 void ResetGlobalVariables();
 double ticksPerSecond();
 
+// Progress of the run in progress (or of the last run): bytes of the package
+// read so far and the package's size. False until a run has opened its source
+// and learnt its size. Any thread, at any time.
+bool GetExtractionProgress(uint64_t* bytesRead, uint64_t* packageSize);
+
 #endif  // EXTRACT_RUN_STATE_H_

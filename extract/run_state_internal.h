@@ -1,0 +1,28 @@
+// Run state that only the extraction units share among themselves.
+//
+// g_bFirstArchiveRead is set by ResetGlobalVariables before the extract
+// thread starts and is then touched only by that thread, inside read_arch:
+// it says that no chunk has yet been handed to the archive reader, so there
+// is none to give back.
+//
+// The progress counters are written by the source reader and may be read by
+// any thread through GetExtractionProgress.
+#ifndef EXTRACT_RUN_STATE_INTERNAL_H_
+#define EXTRACT_RUN_STATE_INTERNAL_H_
+
+#include <cstdint>
+
+extern unsigned char g_bFirstArchiveRead;
+
+namespace extract_progress {
+
+// A run's source is about to be opened: nothing known yet.
+void Begin();
+// The source is open and holds `packageSize` bytes.
+void SourceOpened(uint64_t packageSize);
+// `total` bytes of the source have been handed to the archive reader so far.
+void BytesRead(uint64_t total);
+
+}  // namespace extract_progress
+
+#endif  // EXTRACT_RUN_STATE_INTERNAL_H_
