@@ -1,0 +1,272 @@
+// End-to-end runs that fail or stop early. Every case in which the extract
+// thread stops taking chunks before the end of the package runs with a
+// package far larger than the read ring, with the source reader blocked on
+// the full ring when the extract thread goes on: the run must end, with the
+// status of its case.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "extract/run_state.h"
+#include "platform/file_io.h"
+#include "platform/log.h"
+#include "tests/extract/run_fixture.h"
+
+namespace runtest {
+namespace {
+
+using package::Entry;
+using testsupport::FileExists;
+using testsupport::PackageOptions;
+using testsupport::ReadFile;
+using testsupport::SignedManifest;
+
+// The reader was blocked on the full ring and stopped before the end.
+void ExpectStoppedEarly(const RunResult& run) {
+  EXPECT_TRUE(run.stalled);
+  EXPECT_GT(run.packageSize, kLargePackageBytes);
+  EXPECT_LT(run.bytesRead, run.packageSize);
+}
+
+TEST_F(ExtractionRunTest, MissingSourceFailsBeforeAnyThreadStarts) {
+  RunResult run = Run(m_dir.file("no-such-package.tar.gz"));
+
+  EXPECT_EQ(run.status, PKG_ERR03);
+  EXPECT_EQ(ErrorReport(), "PKG_ERR03");
+  ExpectInOrder(run.output, {"Extraction Type: 1\n", "Error: open64() failed. Error no: 2\n",
+                             "Error No :  38 / PKG_ERR03\n", "Total Consumed Time = "});
+  EXPECT_FALSE(run.Printed("Wait extractTid"));
+  EXPECT_FALSE(run.Logged(kLogInfo, "extractThread", "+"));
+  uint64_t read = 0;
+  uint64_t size = 0;
+  EXPECT_FALSE(GetExtractionProgress(&read, &size));
+  EXPECT_TRUE(run.Logged(kLogError, "copyWithHash", "Error: open64() failed. Error no: 2 "));
+  EXPECT_TRUE(run.Logged(kLogError, "ExtractWithHash", "Error No :  38 / PKG_ERR03 "));
+  EXPECT_TRUE(run.Logged(kLogInfo, "ExtractWithHash", "-"));
+}
+
+TEST_F(ExtractionRunTest, UnwritableErrorReportIsReportedAndKeepsTheStatus) {
+  unlink(kErrorReportPath);
+  ASSERT_EQ(mkdir(kErrorReportPath, 0700), 0);
+  RunResult run;
+  {
+    testsupport::OutputCapture output;
+    run.status = ExtractWithHash(certFile().c_str(), m_dir.file("none").c_str(), m_dest.c_str(),
+                                 nullptr, false);
+    run.output = output.Finish();
+  }
+  rmdir(kErrorReportPath);
+  EXPECT_EQ(run.status, PKG_ERR03);
+  EXPECT_TRUE(run.Printed("fopen failed: /tmp/extract_verify_error.txt 21Error No :  38 / "));
+}
+
+// The archive reader refuses the package when it opens it; a large one is
+// not read to its end.
+TEST_F(ExtractionRunTest, SourceThatIsNoArchiveFailsWithAPackageError) {
+  for (uint64_t size : {uint64_t{0}, kLargePackageBytes}) {
+    testsupport::WriteFile(m_dir.file("package.tar.gz"), package::GenerateContent(size, 4));
+    RunResult run = Run(m_dir.file("package.tar.gz"));
+    EXPECT_EQ(run.status, PKG_ERR03) << size;
+    EXPECT_TRUE(run.Printed("File size : " + std::to_string(size) + " Bytes\n"));
+    const char kRefused[] = "Failed to create archive file: (-30) (Unrecognized archive format)";
+    EXPECT_TRUE(run.Printed(std::string(kRefused) + "\n"));
+    EXPECT_TRUE(run.Logged(kLogError, "extractThread", kRefused));
+    EXPECT_EQ(ErrorReport(), "PKG_ERR03");
+    EXPECT_LE(run.bytesRead, std::min<uint64_t>(size, uint64_t{8} << 20));
+  }
+}
+
+TEST_F(ExtractionRunTest, PackageWithoutManifestFailsTheComparison) {
+  auto package = Build({Entry::File("a", "a\n")});
+
+  RunResult run = Run(package.path);
+
+  EXPECT_EQ(run.status, VER_ERR01);
+  EXPECT_EQ(ReadFile(Out("a")), "a\n");
+  EXPECT_EQ(ErrorReport(), "VER_ERR01");
+  EXPECT_TRUE(run.Printed("Error No :  19 / VER_ERR01\n"));
+}
+
+TEST_F(ExtractionRunTest, ComparisonReportsOnlyTheFirstFailingFile) {
+  PackageOptions missingAndWrong;
+  missingAndWrong.leftOutOfManifest = {"b"};
+  missingAndWrong.hashOverrides = {{"c", std::string(64, '0')}};
+  auto package = Build({SignedManifest(), Entry::File("c", "c\n"), Entry::File("b", "b\n"),
+                        Entry::File("a", "a\n")},
+                       missingAndWrong);
+  RunResult run = Run(package.path);
+  EXPECT_EQ(run.status, SIGN_ERR02);
+  EXPECT_EQ(ErrorReport(), "SIGN_ERR02");
+  EXPECT_TRUE(run.Printed("!!!! File Not Found in Version.inf - [File Name] b \n"));
+  EXPECT_FALSE(run.Printed("[File Name] c"));
+
+  PackageOptions uppercase;
+  std::string digest = package::Sha256Hex("c\n");
+  for (char& c : digest) c = static_cast<char>(toupper(c));
+  uppercase.hashOverrides = {{"c", digest}};
+  package = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("c", "c\n")}, uppercase);
+  run = Run(package.path);
+  EXPECT_EQ(run.status, SIGN_ERR02);
+  ExpectInOrder(run.output, {"HashValues are Same - [File Name] a \n",
+                             "!!!! HashValue Mismatch Error - [File Name] c \n",
+                             "Version Inf Hash Value    : " + digest + " \n",
+                             "Error No :  41 / SIGN_ERR02\n"});
+}
+
+TEST_F(ExtractionRunTest, EntryInAMissingSubdirectoryFailsItsWriterAndTheRun) {
+  auto package = Build({SignedManifest(), Entry::File("a", "a\n"),
+                        Entry::Generated("missing/b", 40000, 5)});
+
+  RunResult run = Run(package.path);
+
+  EXPECT_EQ(run.status, PKG_ERR03);
+  EXPECT_EQ(ReadFile(Out("a")), "a\n");
+  EXPECT_TRUE(run.Printed("Failed to write content: "));
+  EXPECT_EQ(ErrorReport(), "PKG_ERR03");
+}
+
+TEST_F(ExtractionRunTest, MissingDestinationLeavesTheManifestUnreadable) {
+  auto package = Build({SignedManifest(), Entry::File("a", "a\n")});
+  m_dest = m_dir.file("no-such-directory");
+
+  RunResult run = Run(package.path);
+
+  EXPECT_EQ(run.status, VER_ERR01);
+  EXPECT_TRUE(run.Printed("Error: Version Inf Parsing Failed. Status :19 / VER_ERR01\n"));
+  EXPECT_FALSE(run.Printed("Extracting file Name : a\n"));
+  EXPECT_EQ(ErrorReport(), "VER_ERR01");
+}
+
+TEST_F(ExtractionRunTest, CorruptManifestEntryFailsTheSignatureCheck) {
+  PackageOptions corrupt;
+  corrupt.versionDer = package::GenerateContent(1500, 9);
+  auto package = Build({SignedManifest(), Entry::File("a", "a\n")}, corrupt);
+
+  RunResult run = Run(package.path);
+
+  EXPECT_EQ(run.status, SIGN_ERR01);
+  EXPECT_TRUE(run.Printed("Error: Open SSL Verification Failed. Status :40 / SIGN_ERR01\n"));
+  EXPECT_TRUE(run.Logged(kLogError, "extractThread",
+                         "Error: Open SSL Verification Failed. Status :40 / SIGN_ERR01 "));
+  EXPECT_FALSE(FileExists(Out("a")));
+  EXPECT_TRUE(g_hashResult.empty());
+}
+
+TEST_F(ExtractionRunTest, UntrustedSignatureAbandonsTheFilesAlreadyStarted) {
+  testsupport::TestSigner stranger(m_dir.file("stranger.pem"));
+  PackageOptions untrusted;
+  untrusted.versionDer = stranger.Sign("File1=stall.bin\n");
+  auto package = Build({Entry::File("a", "a\n"), SignedManifest(), LargeEntry("large")},
+                       untrusted);
+
+  RunResult run = RunStalled(package.path);
+
+  EXPECT_EQ(run.status, SIGN_ERR01);
+  ExpectStoppedEarly(run);
+  EXPECT_TRUE(run.Printed("Extracting file Name : a\n"));
+  EXPECT_TRUE(g_hashResult.empty());
+  EXPECT_FALSE(run.Printed("Extracting file Name : large"));
+}
+
+TEST_F(ExtractionRunTest, ManifestThatFailsParsingStopsTheRun) {
+  PackageOptions badManifest;
+  badManifest.manifestText = "Type=Full\nFile1=large\nFile2 Hash Value=00\n";
+  auto package = Build({SignedManifest(), LargeEntry("large")}, badManifest);
+
+  RunResult run = RunStalled(package.path);
+
+  EXPECT_EQ(run.status, VER_ERR04);
+  ExpectStoppedEarly(run);
+  EXPECT_TRUE(run.Printed("Error: Version Inf Parsing Failed. Status :22 / VER_ERR04\n"));
+  EXPECT_EQ(ErrorReport(), "VER_ERR04");
+}
+
+TEST_F(ExtractionRunTest, EmptyEntriesEndTheRunWithAPackageError) {
+  for (const Entry& empty : {Entry::Directory("dir"), Entry::File("empty", "")}) {
+    auto package = Build({SignedManifest(), Entry::File("a", "a\n"), empty, LargeEntry("large")});
+    RunResult run = RunStalled(package.path);
+    EXPECT_EQ(run.status, PKG_ERR03) << empty.name;
+    ExpectStoppedEarly(run);
+    EXPECT_TRUE(run.Printed("Error: archive_entry_size(entry) returns negative value \n"));
+    EXPECT_TRUE(run.Logged(kLogError, "extractThread",
+                           "Error: archive_entry_size(entry) returns negative value"));
+    EXPECT_EQ(ReadFile(Out("a")), "a\n");
+    EXPECT_EQ(ErrorReport(), "PKG_ERR03");
+  }
+}
+
+TEST_F(ExtractionRunTest, DotDotInANameStopsTheRunWithItsStatusUnchanged) {
+  auto package = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("file..txt", "x\n"),
+                        LargeEntry("large")});
+
+  RunResult run = RunStalled(package.path);
+
+  // Nothing failed: what was written is compared and matches.
+  EXPECT_EQ(run.status, KALU_NO_ERR);
+  ExpectStoppedEarly(run);
+  EXPECT_TRUE(run.Printed("Zip: Entry file name contains - \"..\" \n"));
+  EXPECT_TRUE(run.Printed("HashValues are Same - [File Name] a \n"));
+  EXPECT_FALSE(FileExists(Out("file..txt")));
+  EXPECT_FALSE(run.Printed("Extracting file Name : large"));
+}
+
+TEST_F(ExtractionRunTest, SingleFileAfterTheManifestEndsTheRunEarly) {
+  auto package = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("b", "b\n"),
+                        LargeEntry("large")});
+
+  RunResult run = RunStalled(package.path, "b");
+
+  EXPECT_EQ(run.status, KALU_NO_ERR);
+  ExpectStoppedEarly(run);
+  EXPECT_EQ(g_isExtractionCompleted.load(), 1);
+  EXPECT_EQ(ReadFile(Out("b")), "b\n");
+  EXPECT_FALSE(FileExists(Out("a")));
+  ExpectInOrder(run.output, {"Skipped File : a  from Extraction\n", "Extracting file Name : b\n",
+                             "HashValues are Same - [File Name] b \n"});
+  EXPECT_FALSE(run.Printed("Skipped File : large"));
+  EXPECT_EQ(g_hashResult.size(), 1u);
+}
+
+TEST_F(ExtractionRunTest, BytesAfterTheEndOfTheArchiveAreNotWaitedFor) {
+  PackageOptions trailing;
+  trailing.trailingBytes = kLargePackageBytes;
+  auto package = Build({SignedManifest(), Entry::File("a", "a\n")}, trailing);
+
+  RunResult run = RunStalled(package.path);
+
+  EXPECT_EQ(run.status, KALU_NO_ERR);
+  ExpectStoppedEarly(run);
+  EXPECT_EQ(ReadFile(Out("a")), "a\n");
+}
+
+TEST_F(ExtractionRunTest, AbortDuringARunEndsItWithAFailure) {
+  auto package = Build({SignedManifest(), LargeEntry("large")});
+
+  RunResult run = RunStalled(package.path, nullptr, [] { AbortExtraction(); });
+
+  EXPECT_EQ(run.status, PKG_ERR03);
+  ExpectStoppedEarly(run);
+  ExpectInOrder(run.output, {"Extraction Interrupted.\n", "Wait extractTid thread to join\n",
+                             "Error No :  38 / PKG_ERR03\n"});
+  EXPECT_TRUE(run.Logged(kLogInfo, "copyWithHash", "Extraction Interrupted."));
+}
+
+TEST_F(ExtractionRunTest, ReadFailureEndsTheRunWithAPackageError) {
+  auto package = Build({SignedManifest(), LargeEntry("large")});
+  platform::InjectReadFailureAfter(int64_t{6} << 20);
+
+  RunResult run = Run(package.path);
+  platform::InjectReadFailureAfter(-1);
+
+  EXPECT_EQ(run.status, PKG_ERR03);
+  EXPECT_TRUE(run.Printed("Failed to read contents\n"));
+  EXPECT_TRUE(run.Logged(kLogInfo, "copyWithHash", "Failed to read contents "));
+  EXPECT_TRUE(run.Printed("Problem extracting file\n"));
+  EXPECT_LT(run.bytesRead, run.packageSize);
+}
+
+}  // namespace
+}  // namespace runtest
