@@ -19,7 +19,7 @@
 namespace verifytest {
 
 // The built-in verification time, 2015-04-07 17:15:06 UTC.
-const std::time_t kBuiltInTime = 1428426906;
+const pki::Seconds kBuiltInTime = 1428426906;
 
 const char kManifest[] =
     "[Header]\r\nPartNumber=4711\nVersion=1.2.3\n\n"
@@ -28,8 +28,8 @@ const char kManifest[] =
 // Root and intermediate valid 2010-2040; the signer starts at `signerStart`
 // and ended on 2017-01-01, so it has expired by now.
 struct Chain {
-  explicit Chain(std::time_t signerStart = kBuiltInTime,
-                 std::time_t intermediateStart = pki::UtcTime(2012, 1, 1))
+  explicit Chain(pki::Seconds signerStart = kBuiltInTime,
+                 pki::Seconds intermediateStart = pki::UtcTime(2012, 1, 1))
       : root(pki::MakeRootCa("Test Root", {pki::UtcTime(2010, 1, 1), pki::UtcTime(2040, 1, 1)})),
         intermediate(pki::MakeIntermediateCa("Test Intermediate",
                                              {intermediateStart, pki::UtcTime(2040, 1, 1)}, root)),

@@ -71,11 +71,18 @@ void SetRandomSerial(X509* cert) {
         "cannot set the serial number");
 }
 
+// Sets `time` as days plus seconds from the epoch (the remainder may be
+// negative): OpenSSL adds them on its own calendar, so the instant never has
+// to fit a time_t.
+void SetTime(ASN1_TIME* time, Seconds seconds, const char* what) {
+  const int days = static_cast<int>(seconds / 86400);
+  const long rest = static_cast<long>(seconds % 86400);
+  Check(ASN1_TIME_adj(time, 0, days, rest) != nullptr, std::string("cannot set ") + what);
+}
+
 void SetValidity(X509* cert, const Validity& validity) {
-  Check(ASN1_TIME_set(X509_getm_notBefore(cert), validity.notBefore) != nullptr,
-        "cannot set notBefore");
-  Check(ASN1_TIME_set(X509_getm_notAfter(cert), validity.notAfter) != nullptr,
-        "cannot set notAfter");
+  SetTime(X509_getm_notBefore(cert), validity.notBefore, "notBefore");
+  SetTime(X509_getm_notAfter(cert), validity.notAfter, "notAfter");
 }
 
 void SetSubject(X509* cert, const std::string& commonName) {
@@ -121,9 +128,8 @@ Identity Issue(const std::string& commonName, const Validity& validity, bool isC
 
 }  // namespace
 
-std::time_t UtcTime(int year, int month, int day, int hour, int minute, int second) {
-  return static_cast<std::time_t>(DaysFromCivil(year, month, day) * 86400 + hour * 3600 +
-                                  minute * 60 + second);
+Seconds UtcTime(int year, int month, int day, int hour, int minute, int second) {
+  return DaysFromCivil(year, month, day) * 86400 + hour * 3600 + minute * 60 + second;
 }
 
 Key GenerateKey() {

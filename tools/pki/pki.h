@@ -18,7 +18,6 @@
 #include <openssl/x509.h>
 
 #include <cstdint>
-#include <ctime>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -46,14 +45,19 @@ struct Identity {
   Cert cert;
 };
 
-// Seconds since 1970-01-01 00:00:00 UTC of a UTC calendar time (month 1-12).
-std::time_t UtcTime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
+// Seconds since 1970-01-01 00:00:00 UTC. Always 64 bits: where time_t has
+// only 32 (32-bit ARM), it cannot hold the years after 2038 or before 1902
+// that test certificates use.
+using Seconds = int64_t;
 
-// Validity period of a certificate, both ends in UTC seconds. Years up to
-// 2049 are encoded as UTCTime, later ones as GeneralizedTime.
+// The seconds of a UTC calendar time (month 1-12).
+Seconds UtcTime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
+
+// Validity period of a certificate, both ends in UTC seconds. Years 1950 to
+// 2049 are encoded as UTCTime, others as GeneralizedTime.
 struct Validity {
-  std::time_t notBefore;
-  std::time_t notAfter;
+  Seconds notBefore;
+  Seconds notAfter;
 };
 
 // A fresh EC P-256 key pair.
