@@ -47,33 +47,20 @@ bool IsInterestedFile(const std::string& name) {
   return strncmp(name.c_str(), g_interesetedFileName.c_str(), kNameCompareLength) == 0;
 }
 
-// The per-file threads get argument blocks of their own, which they free.
-// When a thread cannot start, its buffer is told to stop copying: otherwise
-// the filler would wait for chunks that nobody hands back.
-void StartHashThread(HashAndWriteBuffer* file) {
-  auto* args = new HashThreadArgs{file, file->m_pHash, 0};
-  if (pthread_create(&file->m_hashThreadId, nullptr, hashThread, args) == 0) {
-    file->m_bHashThreadStarted = true;
-    return;
-  }
+// Starts one thread of a file's pipeline with an argument block of its own,
+// which the thread frees. When the thread cannot start, the block is freed
+// here and the buffer told to stop copying: nobody would pass its filled
+// chunks on, and the filler would wait for them for ever.
+template <typename Args>
+bool StartFileThread(HashAndWriteBuffer* file, const char* name, void* (*entry)(void*),
+                     Args* args, pthread_t* id) {
+  if (pthread_create(id, nullptr, entry, args) == 0) return true;
   int error = errno;
-  printf("hashThread failed to create - %d", error);
-  EXTRACT_LOG(kLogError, "hashThread failed to create - %d", error);
+  printf("%s failed to create - %d", name, error);
+  EXTRACT_LOG(kLogError, "%s failed to create - %d", name, error);
   delete args;
   file->stopCopy();
-}
-
-void StartWriterThread(HashAndWriteBuffer* file) {
-  auto* args = new WriterThreadArgs{file, *file->m_pFileHandle, &file->m_ullBytesWritten};
-  if (pthread_create(&file->m_writerThreadId, nullptr, writerThread, args) == 0) {
-    file->m_bWriterThreadStarted = true;
-    return;
-  }
-  int error = errno;
-  printf("writerThread failed to create - %d", error);
-  EXTRACT_LOG(kLogError, "writerThread failed to create - %d", error);
-  delete args;
-  file->stopCopy();
+  return false;
 }
 
 // One walk over the entries of an open archive. Each handler returns true
@@ -232,8 +219,13 @@ bool EntryWalker::extractFile(const std::string& name) {
   }
   m_buffer.setHashAndWriteBuffer(nullptr);
   m_buffer.setHashAndWriteBuffer(file);
-  StartHashThread(file);
-  StartWriterThread(file);
+  file->m_bHashThreadStarted =
+      StartFileThread(file, "hashThread", hashThread,
+                      new HashThreadArgs{file, file->m_pHash, 0}, &file->m_hashThreadId);
+  file->m_bWriterThreadStarted = StartFileThread(
+      file, "writerThread", writerThread,
+      new WriterThreadArgs{file, *file->m_pFileHandle, &file->m_ullBytesWritten},
+      &file->m_writerThreadId);
   g_vectorOfTHashAndWriteBuffer.push_back(file);
   return copyEntryData();
 }
