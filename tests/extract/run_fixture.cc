@@ -40,6 +40,17 @@ std::pair<size_t, size_t> CountResources() {
   return {CountEntries("/proc/self/fd"), CountEntries("/proc/self/task")};
 }
 
+// The counts once they are back at `before`, or after a few seconds. A
+// joined thread may still be listed for a moment while the kernel ends it.
+std::pair<size_t, size_t> CountResourcesSettled(std::pair<size_t, size_t> before) {
+  std::pair<size_t, size_t> now = CountResources();
+  for (int i = 0; i < 500 && now != before; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    now = CountResources();
+  }
+  return now;
+}
+
 // Writes `content` into the FIFO once a reader has opened it; gives up when
 // the run ends without opening it, so that the test cannot block.
 void FeedFifo(const std::string& path, const std::string& content,
@@ -142,7 +153,8 @@ RunResult ExtractionRunTest::RunWith(
   }
   EXPECT_TRUE(GetExtractionProgress(&result.bytesRead, &result.packageSize) ||
               result.status == PKG_ERR03);
-  EXPECT_EQ(CountResources(), before) << "descriptors and threads before and after the run";
+  EXPECT_EQ(CountResourcesSettled(before), before)
+      << "descriptors and threads before and after the run";
   return result;
 }
 
