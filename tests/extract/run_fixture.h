@@ -9,8 +9,8 @@
 // ring is full the test's action runs and the certificate is fed in, so what
 // follows happens with the reader blocked, deterministically.
 //
-// The error report file is shared by every run in the system: the tests that
-// use this fixture must not run in parallel with each other.
+// The error report file is shared by every run in the system: each test holds
+// the cross-process ErrorReportLock for its whole life.
 #ifndef TESTS_EXTRACT_RUN_FIXTURE_H_
 #define TESTS_EXTRACT_RUN_FIXTURE_H_
 
@@ -24,6 +24,7 @@
 
 #include "extract/run_state.h"
 #include "tests/testsupport/capture.h"
+#include "tests/testsupport/report_lock.h"
 #include "tests/testsupport/signed_package.h"
 #include "tests/testsupport/temp_dir.h"
 
@@ -68,6 +69,7 @@ class ExtractionRunTest : public ::testing::Test {
   const std::string& certFile() const { return m_signer.certFile(); }
   static std::string ErrorReport();
 
+  testsupport::ErrorReportLock m_reportLock;  // first: held until the end
   testsupport::TempDir m_dir;
   std::string m_dest;
   testsupport::TestSigner m_signer;
