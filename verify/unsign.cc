@@ -6,7 +6,9 @@
 #include <openssl/pkcs7.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <cstdio>
 #include <ctime>
 #include <string>
@@ -25,6 +27,9 @@ using verify_internal::Pkcs7Ptr;
 using verify_internal::StorePtr;
 
 namespace {
+
+// Characters up to the seconds of a GeneralizedTime ("YYYYMMDDhhmmss").
+constexpr size_t kLongestTimeText = 14;
 
 // The certificates carried in a signed (or signed-and-enveloped) structure;
 // null for any other content type. Both structures keep the list in the
@@ -56,7 +61,15 @@ void ReadMonthToSecond(const unsigned char* text, int at, std::tm* tm) {
 int EVGetTimefrmASN1Format(asn1_string_st* time, unsigned int& seconds) {
   EV_LOG_ENTER();
   std::tm tm{};
-  const unsigned char* text = ASN1_STRING_get0_data(time);
+  // The fields are read at fixed places without checking the length. A time
+  // from a crafted certificate may be shorter than that, so read from a copy
+  // whose missing characters are NULs rather than past the string's end.
+  unsigned char text[kLongestTimeText] = {};
+  int length = ASN1_STRING_length(time);
+  if (length > 0) {
+    std::memcpy(text, ASN1_STRING_get0_data(time),
+                std::min<size_t>(static_cast<size_t>(length), sizeof text));
+  }
   switch (ASN1_STRING_type(time)) {
     case V_ASN1_UTCTIME:
       tm.tm_year = TwoDigits(text, 0);

@@ -110,6 +110,17 @@ TEST_F(AsnTimeTest, OtherTypesStartAtTheMonthOf1900) {
   EXPECT_EQ("Time [@ DER] in GMT: Sun Apr  7 17:15:06 1900\n", out.Finish());
 }
 
+// A crafted certificate may carry a time shorter than its fields: missing
+// characters read as NULs and nothing is read past the string (AddressSanitizer
+// builds catch a read beyond it).
+TEST_F(AsnTimeTest, ShortTimeTextIsReadWithoutOverrunningIt) {
+  OutputCapture out;
+  unsigned int full = Convert(V_ASN1_GENERALIZEDTIME, std::string("2015") + std::string(10, '\0'));
+  EXPECT_EQ(full, Convert(V_ASN1_GENERALIZEDTIME, "2015"));
+  Convert(V_ASN1_UTCTIME, "");
+  out.Finish();
+}
+
 TEST_F(AsnTimeTest, ConversionUsesTheProcessTimeZone) {
   SetZone("UTC-2");  // two hours east of Greenwich, no daylight saving
   OutputCapture out;
