@@ -138,6 +138,7 @@ TEST(PackageWriter, StreamsLargeGeneratedEntries) {
   ASSERT_EQ(kSize, read[0].data.size());
   EXPECT_TRUE(read[0].data == package::GenerateContent(kSize, 9, true));
   EXPECT_EQ(package::Sha256Hex(read[0].data), written[0].sha256);
+  EXPECT_EQ(written[0].sha256, package::EntrySha256(Entry::Generated("big.bin", kSize, 9, true)));
 }
 
 TEST(PackageWriter, DeclaredSizePadsOrCutsAndTheDigestFollowsTheStoredData) {
@@ -154,6 +155,9 @@ TEST(PackageWriter, DeclaredSizePadsOrCutsAndTheDigestFollowsTheStoredData) {
   EXPECT_EQ(package::Sha256Hex(read[0].data), written[0].sha256);
   EXPECT_EQ(600u, written[0].size);
   EXPECT_EQ(package::Sha256Hex("ab"), written[1].sha256);
+  // The digest known before writing is the one of the stored data.
+  EXPECT_EQ(written[0].sha256, package::EntrySha256(longer));
+  EXPECT_EQ(written[1].sha256, package::EntrySha256(shorter));
 }
 
 TEST(PackageWriter, PatchedSizeMakesAHeaderLieAboutItsData) {

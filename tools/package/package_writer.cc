@@ -135,10 +135,35 @@ class ArchiveWriter {
   }
 
   WrittenEntry write(const Entry& entry);
-  std::string writeData(EntryData& data, uint64_t storedSize);
 
   struct archive* m_archive;
 };
+
+// Passes at most `storedSize` bytes of the data to `sink` and returns their
+// SHA-256. libarchive pads a shorter entry with zeros, which are hashed too,
+// so the digest is that of what a reader gets.
+template <typename Sink>
+std::string StreamData(EntryData& data, uint64_t storedSize, Sink sink) {
+  Sha256Stream sha;
+  std::vector<unsigned char> block(kBlockSize);
+  uint64_t left = storedSize;
+  while (left > 0) {
+    size_t n = data.read(block.data(), static_cast<size_t>(std::min<uint64_t>(kBlockSize, left)));
+    if (n == 0) break;
+    sink(block.data(), n);
+    sha.update(block.data(), n);
+    left -= n;
+  }
+  std::fill(block.begin(), block.end(), 0);
+  for (; left > 0; left -= std::min<uint64_t>(kBlockSize, left)) {
+    sha.update(block.data(), static_cast<size_t>(std::min<uint64_t>(kBlockSize, left)));
+  }
+  return sha.hex();
+}
+
+uint64_t StoredSize(const Entry& entry, const EntryData& data) {
+  return entry.declaredSize >= 0 ? static_cast<uint64_t>(entry.declaredSize) : data.size();
+}
 
 Entry Special(std::string name, EntryKind kind, std::string target = "") {
   Entry entry;
@@ -167,7 +192,7 @@ WrittenEntry ArchiveWriter::write(const Entry& entry) {
     case EntryKind::kRegular:
       archive_entry_set_filetype(h, AE_IFREG);
       data = std::make_unique<EntryData>(entry);
-      storedSize = entry.declaredSize >= 0 ? static_cast<uint64_t>(entry.declaredSize) : data->size();
+      storedSize = StoredSize(entry, *data);
       archive_entry_set_size(h, static_cast<la_int64_t>(storedSize));
       break;
     case EntryKind::kDirectory:
@@ -194,32 +219,13 @@ WrittenEntry ArchiveWriter::write(const Entry& entry) {
   }
   check(archive_write_header(m_archive, h));
   WrittenEntry written{entry.name, entry.kind, storedSize, ""};
-  if (data) written.sha256 = writeData(*data, storedSize);
+  if (data) {
+    written.sha256 = StreamData(*data, storedSize, [this](const unsigned char* block, size_t n) {
+      if (archive_write_data(m_archive, block, n) != static_cast<la_ssize_t>(n)) check(ARCHIVE_FATAL);
+    });
+  }
   check(archive_write_finish_entry(m_archive));
   return written;
-}
-
-// Writes at most `storedSize` bytes of the data; libarchive pads a shorter
-// entry with zeros, which are hashed too, so the digest is that of what a
-// reader gets.
-std::string ArchiveWriter::writeData(EntryData& data, uint64_t storedSize) {
-  Sha256Stream sha;
-  std::vector<unsigned char> block(kBlockSize);
-  uint64_t left = storedSize;
-  while (left > 0) {
-    size_t n = data.read(block.data(), static_cast<size_t>(std::min<uint64_t>(kBlockSize, left)));
-    if (n == 0) break;
-    if (archive_write_data(m_archive, block.data(), n) != static_cast<la_ssize_t>(n)) {
-      check(ARCHIVE_FATAL);
-    }
-    sha.update(block.data(), n);
-    left -= n;
-  }
-  std::fill(block.begin(), block.end(), 0);
-  for (; left > 0; left -= std::min<uint64_t>(kBlockSize, left)) {
-    sha.update(block.data(), static_cast<size_t>(std::min<uint64_t>(kBlockSize, left)));
-  }
-  return sha.hex();
 }
 
 }  // namespace
@@ -276,6 +282,11 @@ std::string WritePackageToMemory(const std::vector<Entry>& entries, const WriteO
   std::vector<WrittenEntry> stored = writer.writeAll(entries);
   if (written != nullptr) *written = std::move(stored);
   return out;
+}
+
+std::string EntrySha256(const Entry& entry) {
+  EntryData data(entry);
+  return StreamData(data, StoredSize(entry, data), [](const unsigned char*, size_t) {});
 }
 
 std::string Sha256Hex(const std::string& data) {

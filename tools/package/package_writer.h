@@ -113,6 +113,11 @@ bool PatchTarEntrySize(std::string* tar, const std::string& name, uint64_t size)
 // gzip format (zlib deflate with a gzip header and trailer).
 std::string GzipCompress(const std::string& data);
 
+// Lower-case hex SHA-256 of the data that a regular entry stores, read from
+// its source piece by piece (what WritePackage reports for it), so that a
+// manifest can be signed before the package is written.
+std::string EntrySha256(const Entry& entry);
+
 // Lower-case hex SHA-256 of `data`.
 std::string Sha256Hex(const std::string& data);
 
