@@ -1,0 +1,91 @@
+# Installation and the files that let clients find the installed library:
+#
+#   lib/      libextract_verify.so (with its soname) and the platform
+#             stand-ins libhxlog.so and libHX_ConfigParser.so
+#   include/extract_verify/
+#             extract_verify.h and every project header it includes, by
+#             their paths from the project root (status/kalu_status.h ...),
+#             plus the stand-ins' headers under platform/
+#   bin/      the extract-verify tool
+#   lib/cmake/extract_verify/
+#             find_package(extract_verify): the imported target
+#             extract_verify::extract_verify
+#   lib/pkgconfig/extract_verify.pc
+#
+# Installed binaries find their libraries next to themselves ($ORIGIN), so a
+# prefix can be moved or used without ldconfig.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(ev_install_includedir ${CMAKE_INSTALL_INCLUDEDIR}/extract_verify)
+set(ev_install_cmakedir ${CMAKE_INSTALL_LIBDIR}/cmake/extract_verify)
+
+# The project headers that `header` includes ("dir/name.h"), directly or
+# through each other, appended to the list named by `out`.
+function(ev_collect_headers header out)
+  set(found ${${out}})
+  set(pending ${header})
+  while(pending)
+    list(POP_FRONT pending current)
+    if(current IN_LIST found)
+      continue()
+    endif()
+    list(APPEND found ${current})
+    if(EXISTS ${PROJECT_SOURCE_DIR}/${current})
+      set(path ${PROJECT_SOURCE_DIR}/${current})
+    else()
+      set(path ${PROJECT_SOURCE_DIR}/include/${current})
+    endif()
+    set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${path})
+    file(STRINGS ${path} lines REGEX "^#include \"")
+    list(TRANSFORM lines REPLACE "^#include \"([^\"]+)\".*" "\\1")
+    list(APPEND pending ${lines})
+  endwhile()
+  set(${out} ${found} PARENT_SCOPE)
+endfunction()
+
+set(ev_public_headers)
+ev_collect_headers(extract_verify.h ev_public_headers)
+ev_collect_headers(platform/hxlog/hxlog.h ev_public_headers)
+ev_collect_headers(platform/hxconfig/HXConfigReader.h ev_public_headers)
+foreach(header ${ev_public_headers})
+  if(EXISTS ${PROJECT_SOURCE_DIR}/${header})
+    set(path ${PROJECT_SOURCE_DIR}/${header})
+  else()
+    set(path ${PROJECT_SOURCE_DIR}/include/${header})
+  endif()
+  get_filename_component(subdir ${header} DIRECTORY)
+  install(FILES ${path} DESTINATION ${ev_install_includedir}/${subdir})
+endforeach()
+
+set_target_properties(extract_verify PROPERTIES INSTALL_RPATH "$ORIGIN")
+set_target_properties(extract-verify PROPERTIES
+  INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+
+install(TARGETS extract_verify hxlog HX_ConfigParser
+  EXPORT extract_verify_targets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES DESTINATION ${ev_install_includedir})
+install(TARGETS extract-verify RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+install(EXPORT extract_verify_targets
+  NAMESPACE extract_verify::
+  FILE extract_verifyTargets.cmake
+  DESTINATION ${ev_install_cmakedir})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/extract_verifyConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/extract_verifyConfig.cmake
+  INSTALL_DESTINATION ${ev_install_cmakedir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/extract_verifyConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${PROJECT_BINARY_DIR}/extract_verifyConfig.cmake
+  ${PROJECT_BINARY_DIR}/extract_verifyConfigVersion.cmake
+  DESTINATION ${ev_install_cmakedir})
+
+# The .pc file finds the prefix from its own place, wherever the prefix is.
+file(RELATIVE_PATH ev_pc_to_prefix /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
+string(REGEX REPLACE "/$" "" ev_pc_to_prefix "${ev_pc_to_prefix}")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/extract_verify.pc.in
+  ${PROJECT_BINARY_DIR}/extract_verify.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/extract_verify.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

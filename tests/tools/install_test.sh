@@ -1,0 +1,65 @@
+#!/usr/bin/env bash
+# Installs the built project into a fresh prefix, builds examples/ against
+# it with find_package(extract_verify) and runs the example client on a
+# package that the installed tool makes; then builds the client once more
+# with the flags of the installed pkg-config file.
+#
+# Usage: install_test.sh BUILD_DIR EXAMPLES_DIR WORK_DIR [CMAKE_ARG...]
+# The CMAKE_ARGs configure the client's build (generator, compiler, flags).
+# EV_EMULATOR, when set, is the command that runs the installed programs
+# (a cross build); the pkg-config build is then skipped. EV_CLIENT_FLAGS
+# are added to the pkg-config build's compiler flags (sanitizers).
+set -euo pipefail
+build=$1 examples=$2 work=$3
+shift 3
+read -r -a emulator <<< "${EV_EMULATOR:-}"
+
+fail() { echo "install_test: $*" >&2; exit 1; }
+run() { "${emulator[@]}" "$@"; }
+
+rm -rf "$work"
+mkdir -p "$work"
+prefix=$work/prefix
+cmake --install "$build" --prefix "$prefix" > "$work/install.log"
+
+for file in bin/extract-verify lib/libextract_verify.so lib/libhxlog.so lib/libHX_ConfigParser.so \
+            include/extract_verify/extract_verify.h include/extract_verify/status/kalu_status.h \
+            include/extract_verify/extract/file_threads.h \
+            lib/cmake/extract_verify/extract_verifyConfig.cmake lib/pkgconfig/extract_verify.pc; do
+  [ -e "$prefix/$file" ] || fail "$file is not installed"
+done
+soname=$(readelf -d "$prefix/lib/libextract_verify.so" | sed -n 's/.*(SONAME).*\[\(.*\)\].*/\1/p')
+[ "$soname" = libextract_verify.so.1 ] || fail "unexpected soname '$soname'"
+[ -e "$prefix/lib/$soname" ] || fail "$soname is not installed"
+
+cmake -S "$examples" -B "$work/client" -DCMAKE_PREFIX_PATH="$prefix" "$@" > "$work/configure.log"
+cmake --build "$work/client" > "$work/build.log"
+
+# A signed package made by the installed tool, then one run of the client.
+run "$prefix/bin/extract-verify" demo --quiet --dir "$work/demo" > "$work/demo.log"
+mkdir "$work/out"
+run "$work/client/client" "$work/demo/trust.pem" "$work/demo/package.tar.gz" "$work/out" \
+  > "$work/client.log"
+grep -q "package DEMO-0001 version 1.0.0: 4 file(s) verified" "$work/client.log" ||
+  fail "unexpected client output: $(tail -n 3 "$work/client.log")"
+for file in "$work"/demo/input/*; do
+  cmp -s "$file" "$work/out/$(basename "$file")" || fail "$(basename "$file") differs"
+done
+
+# A failed run ends with the status of the library.
+if run "$work/client/client" "$work/demo/trust.pem" "$work/missing.tar.gz" "$work/out" \
+     > /dev/null 2> "$work/client.err"; then
+  fail "the client succeeded on a missing package"
+fi
+grep -q "extraction failed: PKG_ERR03 (38)" "$work/client.err" || fail "$(cat "$work/client.err")"
+
+if [ ${#emulator[@]} -eq 0 ]; then
+  export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+  # shellcheck disable=SC2046,SC2086  # pkg-config's flags are separate words
+  ${CXX:-c++} -std=c++17 ${EV_CLIENT_FLAGS:-} "$examples/client.cc" -o "$work/client-pc" \
+    $(pkg-config --cflags --libs extract_verify)
+  rm -rf "$work/out" && mkdir "$work/out"
+  "$work/client-pc" "$work/demo/trust.pem" "$work/demo/package.tar.gz" "$work/out" \
+    > "$work/client-pc.log" || fail "the pkg-config build of the client failed its run"
+fi
+rm -rf "$work"

@@ -1,0 +1,204 @@
+#include "tools/cli/package_builder.h"
+
+#include <openssl/evp.h>
+
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <regex>
+#include <set>
+
+#include "tools/cli/options.h"
+#include "tools/package/package_writer.h"
+
+namespace cli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const char kSignedManifestName[] = "Version.der";
+const char kManifestName[] = "Version.inf";
+
+bool HasLineBreak(const std::string& text) {
+  return text.find_first_of("\r\n") != std::string::npos;
+}
+
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+bool HasControlCharacter(const std::string& text) {
+  for (unsigned char c : text) {
+    if (c < 0x20 || c == 0x7f) return true;
+  }
+  return false;
+}
+
+void CheckHeaderKey(const std::string& key) {
+  static const std::regex kFileKey("File[0-9]+( Hash Value| Size)?");
+  if (key.empty()) throw UsageError("--set needs a key before '='");
+  if (HasLineBreak(key)) throw UsageError("the key of a --set holds a line break");
+  if (IsBlank(key.front()) || IsBlank(key.back())) {
+    throw UsageError("the key \"" + key + "\" starts or ends with a blank, which the manifest's "
+                     "reader drops");
+  }
+  if (key[0] == '#' || key[0] == ';' || key[0] == '[') {
+    throw UsageError("the key \"" + key + "\" would make a comment or section line");
+  }
+  if (std::regex_match(key, kFileKey)) {
+    throw UsageError("the key \"" + key + "\" belongs to the file list, which pack writes");
+  }
+}
+
+// SHA-256 of a whole file, read in pieces, as lower-case hex.
+std::string FileSha256(const std::string& path) {
+  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
+                                                                  EVP_MD_CTX_free);
+  if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1) {
+    throw std::runtime_error("SHA-256 is not available");
+  }
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw std::runtime_error("cannot read " + path);
+  std::vector<char> piece(1 << 16);
+  while (in) {
+    in.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+    EVP_DigestUpdate(context.get(), piece.data(), static_cast<size_t>(in.gcount()));
+  }
+  if (in.bad()) throw std::runtime_error("cannot read " + path);
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  EVP_DigestFinal_ex(context.get(), digest, &length);
+  static const char kHex[] = "0123456789abcdef";
+  std::string text;
+  for (unsigned int i = 0; i < length; ++i) {
+    text += kHex[digest[i] >> 4];
+    text += kHex[digest[i] & 0x0f];
+  }
+  return text;
+}
+
+// The name under which a file is packed, after the checks that keep the
+// extractor from stopping at it or writing it wrongly.
+std::string PackedName(const std::string& path) {
+  std::error_code error;
+  fs::file_status status = fs::status(path, error);
+  if (error) throw PackRefused("cannot read " + path + ": " + error.message());
+  if (fs::is_directory(status)) {
+    throw PackRefused(path + " is a directory; a package holds files only (the extractor "
+                      "stops at a directory entry)");
+  }
+  if (!fs::is_regular_file(status)) throw PackRefused(path + " is not a regular file");
+  if (fs::file_size(path) == 0) {
+    throw PackRefused(path + " is empty; the extractor stops at an empty entry");
+  }
+  std::string name = fs::path(path).filename().string();
+  if (name.find("..") != std::string::npos) {
+    throw PackRefused("the name of " + path + " contains \"..\"; the extractor stops at such "
+                      "a name");
+  }
+  if (name == kSignedManifestName || name == kManifestName) {
+    throw PackRefused("a file named " + name + " cannot be packed: the package's own " +
+                      kSignedManifestName + " and the extracted " + kManifestName +
+                      " have that name");
+  }
+  if (HasControlCharacter(name) || IsBlank(name.front()) || IsBlank(name.back())) {
+    throw PackRefused("the name of " + path + " cannot be written in the manifest as it is "
+                      "(control characters, or blanks at either end)");
+  }
+  return name;
+}
+
+std::vector<package::ManifestFile> DescribeFiles(const std::vector<std::string>& files,
+                                                 const std::string& output) {
+  std::map<std::string, std::string> pathOfName;
+  for (const std::string& path : files) {
+    std::string name = PackedName(path);
+    auto earlier = pathOfName.emplace(name, path);
+    if (!earlier.second) {
+      throw PackRefused(earlier.first->second + " and " + path + " have the same name " + name +
+                        "; a package holds each name once");
+    }
+    std::error_code error;
+    if (fs::equivalent(path, output, error)) {
+      throw PackRefused(path + " is also the output package");
+    }
+  }
+  std::vector<package::ManifestFile> described;
+  for (const std::string& path : files) {
+    described.push_back({fs::path(path).filename().string(), FileSha256(path),
+                         static_cast<uint64_t>(fs::file_size(path))});
+  }
+  return described;
+}
+
+// The files were hashed before the package was written; a file that
+// changed in between would be packed with a digest that does not match.
+void CheckWrittenAsDescribed(const std::vector<package::WrittenEntry>& written,
+                             const std::vector<package::ManifestFile>& described,
+                             const std::vector<std::string>& paths) {
+  for (size_t i = 0; i < described.size(); ++i) {
+    const package::WrittenEntry& entry = written.at(i + 1);
+    if (entry.sha256 != described[i].sha256 || entry.size != described[i].size) {
+      throw std::runtime_error(paths[i] + " changed while it was being packed");
+    }
+  }
+}
+
+}  // namespace
+
+package::ManifestHeader ParseHeaderSettings(const std::vector<std::string>& settings) {
+  package::ManifestHeader header;
+  std::set<std::string> keys;
+  for (const std::string& setting : settings) {
+    size_t equals = setting.find('=');
+    if (equals == std::string::npos) {
+      throw UsageError("--set \"" + setting + "\" lacks '=' (expected Key=Value)");
+    }
+    std::string key = setting.substr(0, equals);
+    std::string value = setting.substr(equals + 1);
+    CheckHeaderKey(key);
+    if (HasLineBreak(value)) throw UsageError("the value of " + key + " holds a line break");
+    if (!keys.insert(key).second) {
+      throw UsageError("the key \"" + key + "\" is given twice (the reader keeps the first)");
+    }
+    header.emplace_back(key, value);
+  }
+  return header;
+}
+
+PackResult BuildPackage(const package::ManifestHeader& header,
+                        const std::vector<std::string>& files, const std::string& output,
+                        const pki::Identity& signer) {
+  if (files.empty()) throw PackRefused("no files to pack");
+  if (fs::is_directory(output)) throw PackRefused("the output " + output + " is a directory");
+  PackResult result;
+  result.files = DescribeFiles(files, output);
+
+  std::vector<unsigned char> der =
+      pki::SignPkcs7Der(package::ManifestText(header, result.files), signer);
+  result.signedManifestBytes = der.size();
+  if (der.size() > kMaxSignedManifestBytes) {
+    throw PackRefused("the signed manifest is " + std::to_string(der.size()) +
+                      " bytes; the extractor reads at most " +
+                      std::to_string(kMaxSignedManifestBytes) +
+                      " (pack fewer files, or use shorter names and header values)");
+  }
+
+  std::vector<package::Entry> entries;
+  entries.push_back(package::Entry::File(kSignedManifestName, std::string(der.begin(), der.end())));
+  for (size_t i = 0; i < files.size(); ++i) {
+    entries.push_back(package::Entry::FromDisk(result.files[i].name, files[i]));
+  }
+  try {
+    CheckWrittenAsDescribed(package::WritePackage(output, entries), result.files, files);
+  } catch (...) {
+    std::error_code ignored;
+    fs::remove(output, ignored);
+    throw;
+  }
+  result.packageBytes = fs::file_size(output);
+  return result;
+}
+
+}  // namespace cli

@@ -1,0 +1,55 @@
+// Builds a package that the extractor accepts, from files on disk: the
+// manifest Version.inf (header values, then each file's name, SHA-256 and
+// size), signed into Version.der, and a gzip tar holding Version.der first
+// and then every file under its base name, with no directory entries.
+//
+// Inputs that the extractor would refuse or mishandle are refused here
+// instead, before anything is written, with a message that says why.
+// Shared by `pack` and `demo`. Main thread only.
+#ifndef TOOLS_CLI_PACKAGE_BUILDER_H_
+#define TOOLS_CLI_PACKAGE_BUILDER_H_
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tools/package/manifest_text.h"
+#include "tools/pki/pki.h"
+
+namespace cli {
+
+// The inputs cannot make a package that the extractor accepts.
+class PackRefused : public std::runtime_error {
+ public:
+  explicit PackRefused(const std::string& what) : std::runtime_error(what) {}
+};
+
+// Largest Version.der that the extractor verifies: it reads the entry once,
+// into a buffer of this size.
+constexpr size_t kMaxSignedManifestBytes = 4096;
+
+// Header values from "Key=Value" texts, in order. Throws UsageError for a
+// text without '=', for a key that the manifest's reader would not see as
+// given (empty, blank at either end, starting a comment or a section, with
+// a line break), for a key of the file list (File<n>, File<n> Hash Value,
+// File<n> Size), for a key given twice and for a value with a line break.
+package::ManifestHeader ParseHeaderSettings(const std::vector<std::string>& settings);
+
+struct PackResult {
+  std::vector<package::ManifestFile> files;  // in package order
+  size_t signedManifestBytes = 0;
+  uint64_t packageBytes = 0;
+};
+
+// Writes the package at `output`. Throws PackRefused for inputs that the
+// extractor would refuse (see the checks in the .cc), std::runtime_error
+// (pki::Error included) when reading, signing or writing fails; a partly
+// written package is removed.
+PackResult BuildPackage(const package::ManifestHeader& header,
+                        const std::vector<std::string>& files, const std::string& output,
+                        const pki::Identity& signer);
+
+}  // namespace cli
+
+#endif  // TOOLS_CLI_PACKAGE_BUILDER_H_
