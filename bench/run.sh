@@ -1,0 +1,238 @@
+#!/usr/bin/env bash
+# Times a verified extraction against what an engineer would otherwise run.
+#
+# Usage: bench/run.sh [--quick | --smoke] [--reps N] [--build DIR] [--work DIR]
+#                     [--packages "large many medium"] [--out FILE]
+#
+# Builds the tools it needs (RelWithDebInfo, in build-bench unless --build),
+# installs the Debian packages it compares with when they are missing, writes
+# three signed packages with deterministic contents, and then, for each
+# package, runs every command of the list below in turn, the order rotated on
+# every repetition, each into a fresh destination directory that is removed
+# (and synced away) outside the timing:
+#
+#   ours       extract-verify extract --cert CERT --quiet PACKAGE DEST
+#              (verifies the signature and every file; syncs at the end)
+#   bsdtar     bsdtar -xzf PACKAGE -C DEST; sync
+#   tar+sha    tar -xzf PACKAGE -C DEST; sha256sum -c of every file; sync
+#   pigz       pigz -dc PACKAGE > /dev/null   (decompression alone)
+#
+# Reported per package and command: median wall time, median CPU time
+# (user + system), median peak resident memory of the largest process, and
+# the ratios of ours to each other command. Packages: large (one 512 MiB
+# image and three small files), many (2,000 files of 4 to 64 KiB), medium
+# (16 files of 24 MiB). A full run takes about 5 minutes on 2 cores; --quick
+# (smaller packages, 3 repetitions) about one minute; --smoke (tiny packages,
+# one repetition) checks that everything runs.
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+mode=full
+reps=
+build=$root/build-bench
+work=${TMPDIR:-/tmp}/ev-bench
+packages="large many medium"
+out=
+
+while [ $# -gt 0 ]; do
+  case $1 in
+    --quick) mode=quick ;;
+    --smoke) mode=smoke ;;
+    --reps) reps=$2; shift ;;
+    --build) build=$2; shift ;;
+    --work) work=$2; shift ;;
+    --packages) packages=$2; shift ;;
+    --out) out=$2; shift ;;
+    -h|--help) sed -n '2,/^set -euo/p' "$0" | sed '$d; s/^# \{0,1\}//'; exit 0 ;;
+    *) echo "run.sh: unknown argument $1" >&2; exit 2 ;;
+  esac
+  shift
+done
+
+# Package sizes (make_package arguments) and repetitions of each mode.
+case $mode in
+  full)  large_args="--mib 512"; many_args="--files 2000"; medium_args="--files 16 --mib 24"
+         : "${reps:=5}" ;;
+  quick) large_args="--mib 64";  many_args="--files 500";  medium_args="--files 8 --mib 8"
+         : "${reps:=3}" ;;
+  smoke) large_args="--mib 4";   many_args="--files 40";   medium_args="--files 4 --mib 1"
+         : "${reps:=1}" ;;
+esac
+
+log() { echo "run.sh: $*" >&2; }
+
+install_missing() {
+  local missing=() p
+  for p in "$@"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+  done
+  [ ${#missing[@]} -eq 0 ] && return
+  local sudo=""
+  [ "$(id -u)" = 0 ] || sudo="sudo"
+  log "installing ${missing[*]}"
+  # A mirror that is half-way through a sync only spoils some lists; the
+  # install below says whether the ones needed were fetched.
+  $sudo apt-get update -qq || log "apt-get update reported errors; trying the install anyway"
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+}
+
+build_tools() {
+  [ -f "$build/CMakeCache.txt" ] ||
+    cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DEV_WERROR=ON >&2
+  local targets=(make_package)
+  if grep -q '^extract-verify:' <(cmake --build "$build" --target help 2>/dev/null); then
+    targets+=(extract-verify)
+  else
+    targets+=(extract_run)
+  fi
+  cmake --build "$build" -j2 --target "${targets[@]}" >&2
+}
+
+# The extraction command, by what the build provides.
+our_command() {
+  local cli
+  cli=$(find "$build" -name extract-verify -type f -perm -u+x -print -quit)
+  if [ -n "$cli" ]; then
+    echo "exec '$cli' extract --cert '$work/cert.pem' --quiet \"\$pkg\" \"\$dest\" >/dev/null"
+  else
+    echo "exec '$build/bench/extract_run' '$work/cert.pem' \"\$pkg\" \"\$dest\" >/dev/null"
+  fi
+}
+
+machine() {
+  echo "- CPU: $(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(nproc) cores online"
+  echo "- Memory: $(free -m | awk '/^Mem:/ {print $2}') MiB"
+  echo "- Destination: $(df -PT "$work" | awk 'NR == 2 {print $2 " on " $1}') ($work)"
+  echo "- Kernel: $(uname -sr); $(bsdtar --version | head -1); $(tar --version | head -1);" \
+       "$(pigz --version 2>&1)"
+}
+
+median() {
+  sort -g | awk '{ v[NR] = $1 } END { if (NR % 2) print v[(NR + 1) / 2]; else print (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
+}
+
+# One timed command: appends "package command wall cpu rss_kib" to the
+# results. A run of ours is checked afterwards, outside the timing: every
+# file must be on disk with its digest, and the run must have succeeded
+# unless the package's manifest could not list every file.
+time_one() {
+  local name=$1 label=$2 script=$3 pkg=$work/$name.pkg sums=$work/$name.sums
+  local dest=$work/dest status=0
+  rm -rf "$dest"; mkdir -p "$dest"; sync
+  pkg=$pkg dest=$dest sums=$sums /usr/bin/time -f '%e %U %S %M' -o "$work/time.out" \
+    sh -c "$script" || status=$?
+  if [ "$label" = ours ]; then
+    (cd "$dest" && sha256sum --quiet --strict -c "$sums") ||
+      { log "ours left wrong files for $name"; exit 1; }
+    if [ "${complete[$name]}" = 0 ]; then
+      # Unlisted files must fail the final check.
+      [ "$status" != 0 ] || { log "ours passed $name although its manifest is partial"; exit 1; }
+      status=0
+    fi
+  fi
+  [ "$status" = 0 ] || { log "$label failed on $name (exit $status)"; exit 1; }
+  read -r wall user sys rss < <(tail -1 "$work/time.out")
+  echo "$name $label $wall $(awk -v u="$user" -v s="$sys" 'BEGIN { print u + s }') $rss" >>"$results"
+  rm -rf "$dest"; sync
+}
+
+bench_package() {
+  local name=$1 args_var=${1}_args
+  log "writing the $name package (${!args_var})"
+  # shellcheck disable=SC2086
+  local listed total
+  read -r listed total < <("$build/bench/make_package" ${!args_var} "$name" "$work/$name.pkg" \
+                            "$work/cert.pem" "$work/$name.sums")
+  # A run whose manifest lists only some files extracts them all and then
+  # fails its final check; ours is expected to end so.
+  complete[$name]=$((listed == total))
+  if [ "$listed" != "$total" ]; then
+    notes+=("- $name: the signed manifest lists $listed of $total files (Version.der is read in one piece of 4096 bytes), so ours extracts, hashes and writes every file and then fails its final check.")
+  fi
+  cat "$work/$name.pkg" >/dev/null  # every command starts from the page cache
+  local labels=(ours bsdtar tar+sha pigz)
+  local scripts=(
+    "$(our_command)"
+    'bsdtar -xzf "$pkg" -C "$dest" && sync'
+    'tar -xzf "$pkg" -C "$dest" && cd "$dest" && sha256sum --quiet -c "$sums" && sync'
+    'pigz -dc "$pkg" >/dev/null'
+  )
+  local rep i k
+  for ((rep = 0; rep < reps; rep++)); do
+    for ((i = 0; i < ${#labels[@]}; i++)); do
+      k=$(((i + rep) % ${#labels[@]}))
+      time_one "$name" "${labels[k]}" "${scripts[k]}"
+    done
+    log "$name: repetition $((rep + 1)) of $reps done"
+  done
+  rm -f "$work/$name.pkg"
+}
+
+# Median of column `col` (3 wall, 4 cpu, 5 rss) for one package and command.
+stat_of() {
+  awk -v p="$1" -v c="$2" -v col="$3" '$1 == p && $2 == c { print $col }' "$results" | median
+}
+
+report() {
+  echo "| package | command | wall s | CPU s | peak RSS MiB | ours / command, wall | ours / command, CPU |"
+  echo "|---|---|---:|---:|---:|---:|---:|"
+  local name label ours_wall ours_cpu wall cpu rss
+  for name in $packages; do
+    ours_wall=$(stat_of "$name" ours 3)
+    ours_cpu=$(stat_of "$name" ours 4)
+    for label in ours bsdtar tar+sha pigz; do
+      wall=$(stat_of "$name" "$label" 3)
+      cpu=$(stat_of "$name" "$label" 4)
+      rss=$(stat_of "$name" "$label" 5)
+      awk -v n="$name" -v l="$label" -v w="$wall" -v c="$cpu" -v r="$rss" \
+          -v ow="$ours_wall" -v oc="$ours_cpu" 'BEGIN {
+        rw = (l == "ours") ? "" : sprintf("%.2f", ow / w)
+        rc = (l == "ours" || c == 0) ? "" : sprintf("%.2f", oc / c)
+        printf "| %s | %s | %.2f | %.2f | %.1f | %s | %s |\n", n, l, w, c, r / 1024, rw, rc
+      }'
+    done
+  done
+}
+
+goal() {  # goal TEXT VALUE LIMIT
+  awk -v t="$1" -v v="$2" -v m="$3" 'BEGIN {
+    printf "- %s: %.2f (goal at most %s): %s\n", t, v, m, (v <= m ? "met" : "missed") }'
+}
+
+goals() {
+  case " $packages " in *" large "*)
+    goal "large, wall ours / bsdtar" \
+      "$(awk -v a="$(stat_of large ours 3)" -v b="$(stat_of large bsdtar 3)" 'BEGIN { print a / b }')" 1.05
+    goal "large, wall ours / tar+sha" \
+      "$(awk -v a="$(stat_of large ours 3)" -v b="$(stat_of large tar+sha 3)" 'BEGIN { print a / b }')" 0.5
+    goal "large, peak RSS of ours in MiB" \
+      "$(awk -v a="$(stat_of large ours 5)" 'BEGIN { print a / 1024 }')" 48 ;;
+  esac
+  case " $packages " in *" many "*)
+    goal "many, wall ours / bsdtar" \
+      "$(awk -v a="$(stat_of many ours 3)" -v b="$(stat_of many bsdtar 3)" 'BEGIN { print a / b }')" 1.5 ;;
+  esac
+}
+
+declare -A complete=()
+notes=()
+install_missing libarchive-tools pigz time
+build_tools
+mkdir -p "$work"
+results=$work/results.txt
+: >"$results"
+load_before=$(cut -d' ' -f1-3 /proc/loadavg)
+started=$(date +%s)
+for name in $packages; do bench_package "$name"; done
+load_after=$(cut -d' ' -f1-3 /proc/loadavg)
+
+{
+  echo "Mode $mode, $reps repetitions, $(($(date +%s) - started)) s; load average before $load_before, after $load_after."
+  echo
+  machine
+  echo
+  report
+  echo
+  [ ${#notes[@]} -eq 0 ] || { printf '%s\n' "${notes[@]}"; echo; }
+  goals
+} | tee ${out:+"$out"}
