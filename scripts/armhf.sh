@@ -46,7 +46,12 @@ if [ ! -f "$sysroot/.complete" ]; then
 fi
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DEV_WERROR=ON \
-  -DCMAKE_TOOLCHAIN_FILE="$root/cmake/armhf-toolchain.cmake" -DEV_ARMHF_SYSROOT="$sysroot" \
-  -DEV_CROSS_EMULATED=ON
+  -DCMAKE_TOOLCHAIN_FILE="$root/cmake/armhf-toolchain.cmake" -DEV_ARMHF_SYSROOT="$sysroot"
+# The durations tell whether a CI run can afford the emulated suite.
+started=$SECONDS
 cmake --build "$build"
-ctest --test-dir "$build" --output-on-failure -j2 --timeout 1200
+built=$SECONDS
+status=0
+ctest --test-dir "$build" --output-on-failure -j2 --timeout 1200 || status=$?
+echo "armhf: build $((built - started)) s, tests $((SECONDS - built)) s"
+exit "$status"
