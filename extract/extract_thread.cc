@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <new>
 #include <string>
 
@@ -63,6 +64,20 @@ bool StartFileThread(HashAndWriteBuffer* file, const char* name, void* (*entry)(
   return false;
 }
 
+// The pipeline of one file, or null when it cannot be made. The object is
+// allocated without throwing; its 16 MiB ring and its locks may still be
+// refused when many files are in flight (a 32-bit address space holds only
+// so many rings and thread stacks), and `refused` then tells the caller,
+// instead of the exception ending the process.
+HashAndWriteBuffer* NewFileBuffer(const std::string& name, const char* path, bool* refused) {
+  try {
+    return new (std::nothrow) HashAndWriteBuffer(name, path);
+  } catch (const std::exception&) {
+    *refused = true;
+    return nullptr;
+  }
+}
+
 // One walk over the entries of an open archive. Each handler returns true
 // when the walk must stop after the current entry.
 class EntryWalker {
@@ -74,6 +89,8 @@ class EntryWalker {
  private:
   void setStatus(_KALU_Error status) { m_buffer.m_eStatus = status; }
   bool handleManifest(const std::string& name);
+  bool refuseSecondManifest();
+  bool refuseManifest(_KALU_Error result);
   bool endManifest();
   bool abandonManifest();
   bool isFilteredOut(const std::string& name);
@@ -84,6 +101,7 @@ class EntryWalker {
   archive* m_reader;
   ReadAndExtractBuffer& m_buffer;
   bool m_bManifestSeen = false;
+  bool m_bManifestVerified = false;  // a signed manifest has been accepted
   unsigned char m_data[kManifestReadSize] = {};
 };
 
@@ -153,17 +171,12 @@ bool EntryWalker::handleManifest(const std::string& name) {
       setStatus(PKG_ERR03);
       return endManifest();
     }
+    if (m_bManifestVerified) return refuseSecondManifest();
     FormatPath(manifestPath, g_dstDirPath, kManifestFile);
     auto result = static_cast<_KALU_Error>(EV_Unsign_using_date(
         manifestPath, g_certificateFilePath.c_str(), m_data, static_cast<int>(kManifestReadSize)));
-    setStatus(result);
-    if (result != KALU_NO_ERR) {
-      printf("Error: Open SSL Verification Failed. Status :%d / %s\n", result,
-             CKALUStatus::EnumToStr(result));
-      EXTRACT_LOG(kLogError, "Error: Open SSL Verification Failed. Status :%d / %s ", result,
-                  CKALUStatus::EnumToStr(result));
-      return abandonManifest();
-    }
+    if (result != KALU_NO_ERR) return refuseManifest(result);
+    m_bManifestVerified = true;
     result = PrintKALU_VersionParse_TPN(manifestPath, g_objKALU_Version_TPN);
     setStatus(result);
     if (result != KALU_NO_ERR) {
@@ -174,6 +187,26 @@ bool EntryWalker::handleManifest(const std::string& name) {
       return abandonManifest();
     }
   }
+}
+
+// A package has one signed manifest. Another one, be it a second entry or a
+// second blob after the first within the entry, could carry the file list of
+// another package from the same signer; parsed into the same object it would
+// merge with this one's, while Version.inf showed only the last. It is
+// refused as a failed verification, before Version.inf is touched.
+bool EntryWalker::refuseSecondManifest() {
+  printf("Error: more than one signed manifest in the package\n");
+  EXTRACT_LOG(kLogError, "Error: more than one signed manifest in the package");
+  return refuseManifest(SIGN_ERR01);
+}
+
+bool EntryWalker::refuseManifest(_KALU_Error result) {
+  setStatus(result);
+  printf("Error: Open SSL Verification Failed. Status :%d / %s\n", result,
+         CKALUStatus::EnumToStr(result));
+  EXTRACT_LOG(kLogError, "Error: Open SSL Verification Failed. Status :%d / %s ", result,
+              CKALUStatus::EnumToStr(result));
+  return abandonManifest();
 }
 
 bool EntryWalker::endManifest() {
@@ -210,12 +243,17 @@ bool EntryWalker::extractFile(const std::string& name) {
   EXTRACT_LOG(kLogInfo, "Extracting file Name : %s", name.c_str());
   char filePath[kPathSize];
   FormatPath(filePath, g_dstDirPath, name.c_str());
-  auto* file = new (std::nothrow) HashAndWriteBuffer(name, filePath);
+  bool refused = false;
+  HashAndWriteBuffer* file = NewFileBuffer(name, filePath, &refused);
   if (file == nullptr) {
-    // Lenient on purpose: the entry is left out and the run goes on.
     printf("THashAndWriteBuffer object is failed to create \n");
     EXTRACT_LOG(kLogInfo, "THashAndWriteBuffer object is failed to create");
-    return false;
+    // Without the object alone the entry is left out and the run goes on,
+    // leniently on purpose. A refused ring ends the run: further files would
+    // meet the same shortage.
+    if (!refused) return false;
+    setStatus(PKG_ERR03);
+    return true;
   }
   m_buffer.setHashAndWriteBuffer(nullptr);
   m_buffer.setHashAndWriteBuffer(file);

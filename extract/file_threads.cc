@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -154,13 +155,27 @@ void write_thread_cleanup_handler(void* buffer) {
 
 bool WaitForChildThreads() {
   bool incomplete = false;
+  // Digest of the first file written at each path. Files of a run are
+  // written at once, so a later entry over the same path (the same name
+  // again, or a name cut to the same path) leaves its own bytes, or a mix
+  // of both, where the first file's digest is recorded: unless the data is
+  // the same, the file on disk matches no recorded digest.
+  std::map<std::string, std::string> pathDigests;
   for (HashAndWriteBuffer* buffer : g_vectorOfTHashAndWriteBuffer) {
     if (buffer == nullptr) continue;
     buffer->copyFinished();
     // Without a hash thread nobody would tell the writer that no more is coming.
     if (!buffer->m_bHashThreadStarted) buffer->hashFinished();
     JoinStartedThreads(buffer);
-    g_hashResult.emplace(buffer->m_strFileName, DigestText(buffer->m_pHash));
+    const std::string digest = DigestText(buffer->m_pHash);
+    g_hashResult.emplace(buffer->m_strFileName, digest);
+    auto written = pathDigests.emplace(buffer->m_strFilePath, digest);
+    if (!written.second && written.first->second != digest) {
+      printf("Error: %s written twice with different contents\n", buffer->m_strFilePath.c_str());
+      EV_LOG_ERROR("Error: %s written twice with different contents",
+                   buffer->m_strFilePath.c_str());
+      incomplete = true;
+    }
     incomplete = incomplete || buffer->m_bWriteFailed || !buffer->m_bHashThreadStarted ||
                  !buffer->m_bWriterThreadStarted;
     delete buffer;

@@ -44,8 +44,9 @@ void write_thread_cleanup_handler(void* buffer);
 
 // Finishes, joins and frees every buffer of the run in creation order,
 // recording each digest as lower-case hex text in g_hashResult (the first
-// file of a name wins), and empties the list. Returns true when a file was
-// not written completely: its writer failed, or one of its threads never ran.
+// file of a name wins), and empties the list. Returns true when a file on
+// disk may not hold what was hashed: its writer failed, one of its threads
+// never ran, or a later file of the run was written over it with other data.
 bool WaitForChildThreads();
 
 // Ends every buffer's threads, joins them, frees the buffers and empties the

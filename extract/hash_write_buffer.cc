@@ -27,8 +27,12 @@ HashAndWriteBuffer::HashAndWriteBuffer(std::string fileName, std::string filePat
       m_strFilePath(std::move(filePath)) {
   std::memset(m_filledSizes, 0, sizeof m_filledSizes);
   std::memset(m_hashedSizes, 0, sizeof m_hashedSizes);
+  // Nothing is left behind when an allocation fails: the hash is held until
+  // the file has been opened, and the file is opened only once its handle
+  // has been allocated.
+  std::unique_ptr<IHash> hash(makeHash("sha256"));
   m_pFileHandle = new FileHandle(platform::OpenForWriting(m_strFilePath.c_str()));
-  m_pHash = makeHash("sha256");
+  m_pHash = hash.release();
 }
 
 // The members then end in reverse order of declaration: the strings, the

@@ -142,13 +142,16 @@ TEST_F(ExtractionRunTest, EmptyButPresentNameSelectsByNameAndMatchesNoEntry) {
   EXPECT_EQ(ReadFile(Out("b")), "b\n");
 }
 
-TEST_F(ExtractionRunTest, TwoEntriesOfOneNameKeepTheFirstDigest) {
+// The file on disk holds the second entry's data, or a mix of both, so the
+// run fails although the first digest, which is kept, matches.
+TEST_F(ExtractionRunTest, TwoEntriesOfOneNameKeepTheFirstDigestAndFailTheRun) {
   auto package = Build({SignedManifest(), Entry::File("dup", "first\n"),
                         Entry::File("dup", "second, longer\n")});
 
   RunResult run = Run(package.path);
 
-  EXPECT_EQ(run.status, KALU_NO_ERR);
+  EXPECT_EQ(run.status, PKG_ERR03);
+  EXPECT_TRUE(run.Printed("Error: " + Out("dup") + " written twice with different contents\n"));
   EXPECT_EQ(g_hashResult["dup"], package::Sha256Hex("first\n"));
   EXPECT_TRUE(FileExists(Out("dup")));
 }
