@@ -79,24 +79,8 @@ install_missing() {
 build_tools() {
   [ -f "$build/CMakeCache.txt" ] ||
     cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DEV_WERROR=ON >&2
-  local targets=(make_package)
-  if grep -q '^extract-verify:' <(cmake --build "$build" --target help 2>/dev/null); then
-    targets+=(extract-verify)
-  else
-    targets+=(extract_run)
-  fi
-  cmake --build "$build" -j2 --target "${targets[@]}" >&2
-}
-
-# The extraction command, by what the build provides.
-our_command() {
-  local cli
-  cli=$(find "$build" -name extract-verify -type f -perm -u+x -print -quit)
-  if [ -n "$cli" ]; then
-    echo "exec '$cli' extract --cert '$work/cert.pem' --quiet \"\$pkg\" \"\$dest\" >/dev/null"
-  else
-    echo "exec '$build/bench/extract_run' '$work/cert.pem' \"\$pkg\" \"\$dest\" >/dev/null"
-  fi
+  cmake --build "$build" -j2 --target make_package extract-verify >&2
+  cli=$build/tools/cli/extract-verify
 }
 
 machine() {
@@ -152,7 +136,7 @@ bench_package() {
   cat "$work/$name.pkg" >/dev/null  # every command starts from the page cache
   local labels=(ours bsdtar tar+sha pigz)
   local scripts=(
-    "$(our_command)"
+    "exec '$cli' extract --cert '$work/cert.pem' --quiet \"\$pkg\" \"\$dest\" >/dev/null 2>>'$work/ours.err'"
     'bsdtar -xzf "$pkg" -C "$dest" && sync'
     'tar -xzf "$pkg" -C "$dest" && cd "$dest" && sha256sum --quiet -c "$sums" && sync'
     'pigz -dc "$pkg" >/dev/null'
@@ -186,7 +170,7 @@ report() {
       rss=$(stat_of "$name" "$label" 5)
       awk -v n="$name" -v l="$label" -v w="$wall" -v c="$cpu" -v r="$rss" \
           -v ow="$ours_wall" -v oc="$ours_cpu" 'BEGIN {
-        rw = (l == "ours") ? "" : sprintf("%.2f", ow / w)
+        rw = (l == "ours" || w == 0) ? "" : sprintf("%.2f", ow / w)
         rc = (l == "ours" || c == 0) ? "" : sprintf("%.2f", oc / c)
         printf "| %s | %s | %.2f | %.2f | %.1f | %s | %s |\n", n, l, w, c, r / 1024, rw, rc
       }'
@@ -221,6 +205,7 @@ build_tools
 mkdir -p "$work"
 results=$work/results.txt
 : >"$results"
+: >"$work/ours.err"  # what ours says on standard error, for a failed run
 load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 started=$(date +%s)
 for name in $packages; do bench_package "$name"; done
