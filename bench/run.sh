@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Times a verified extraction against what an engineer would otherwise run.
 #
-# Usage: bench/run.sh [--quick | --smoke] [--reps N] [--build DIR] [--work DIR]
-#                     [--packages "large many medium"] [--out FILE]
+# Usage: bench/run.sh [--quick | --smoke] [--bounds] [--reps N] [--build DIR]
+#                     [--work DIR] [--packages "large many medium"] [--out FILE]
 #
 # Builds the tools it needs (RelWithDebInfo, in build-bench unless --build),
 # installs the Debian packages it compares with when they are missing, writes
@@ -16,6 +16,12 @@
 #   bsdtar     bsdtar -xzf PACKAGE -C DEST; sync
 #   tar+sha    tar -xzf PACKAGE -C DEST; sha256sum -c of every file; sync
 #   pigz       pigz -dc PACKAGE > /dev/null   (decompression alone)
+#
+# With --bounds, three more commands time the parts of a run one at a time:
+#
+#   inflate    bsdtar -xOzf PACKAGE > /dev/null   (libarchive's inflate alone)
+#   sha256     openssl dgst -sha256 of every file, read from the page cache
+#   write+sync cp -R of the extracted files into DEST; sync
 #
 # Reported per package and command: median wall time, median CPU time
 # (user + system), median peak resident memory of the largest process, and
@@ -33,6 +39,7 @@ build=$root/build-bench
 work=${TMPDIR:-/tmp}/ev-bench
 packages="large many medium"
 out=
+bounds=0
 
 while [ $# -gt 0 ]; do
   case $1 in
@@ -42,6 +49,7 @@ while [ $# -gt 0 ]; do
     --build) build=$2; shift ;;
     --work) work=$2; shift ;;
     --packages) packages=$2; shift ;;
+    --bounds) bounds=1 ;;
     --out) out=$2; shift ;;
     -h|--help) sed -n '2,/^set -euo/p' "$0" | sed '$d; s/^# \{0,1\}//'; exit 0 ;;
     *) echo "run.sh: unknown argument $1" >&2; exit 2 ;;
@@ -50,16 +58,21 @@ while [ $# -gt 0 ]; do
 done
 
 # Package sizes (make_package arguments) and repetitions of each mode.
+declare -A sizes
 case $mode in
-  full)  large_args="--mib 512"; many_args="--files 2000"; medium_args="--files 16 --mib 24"
+  full)  sizes=([large]="--mib 512" [many]="--files 2000" [medium]="--files 16 --mib 24")
          : "${reps:=5}" ;;
-  quick) large_args="--mib 64";  many_args="--files 500";  medium_args="--files 8 --mib 8"
+  quick) sizes=([large]="--mib 64" [many]="--files 500" [medium]="--files 8 --mib 8")
          : "${reps:=3}" ;;
-  smoke) large_args="--mib 4";   many_args="--files 40";   medium_args="--files 4 --mib 1"
+  smoke) sizes=([large]="--mib 4" [many]="--files 40" [medium]="--files 4 --mib 1")
          : "${reps:=1}" ;;
 esac
 
 log() { echo "run.sh: $*" >&2; }
+
+for name in $packages; do
+  [ -n "${sizes[$name]:-}" ] || { log "unknown package $name (large, many or medium)"; exit 2; }
+done
 
 install_missing() {
   local missing=() p
@@ -100,8 +113,8 @@ median() {
 # file must be on disk with its digest, and the run must have succeeded
 # unless the package's manifest could not list every file.
 time_one() {
-  local name=$1 label=$2 script=$3 pkg=$work/$name.pkg sums=$work/$name.sums
-  local dest=$work/dest status=0
+  local name=$1 label=$2 script=$3
+  local pkg=$work/$name.pkg sums=$work/$name.sums dest=$work/dest status=0
   rm -rf "$dest"; mkdir -p "$dest"; sync
   pkg=$pkg dest=$dest sums=$sums /usr/bin/time -f '%e %U %S %M' -o "$work/time.out" \
     sh -c "$script" || status=$?
@@ -121,11 +134,10 @@ time_one() {
 }
 
 bench_package() {
-  local name=$1 args_var=${1}_args
-  log "writing the $name package (${!args_var})"
-  # shellcheck disable=SC2086
-  local listed total
-  read -r listed total < <("$build/bench/make_package" ${!args_var} "$name" "$work/$name.pkg" \
+  local name=$1 listed total
+  log "writing the $name package (${sizes[$name]})"
+  # shellcheck disable=SC2086  # the sizes are several words
+  read -r listed total < <("$build/bench/make_package" ${sizes[$name]} "$name" "$work/$name.pkg" \
                             "$work/cert.pem" "$work/$name.sums")
   # A run whose manifest lists only some files extracts them all and then
   # fails its final check; ours is expected to end so.
@@ -134,13 +146,21 @@ bench_package() {
     notes+=("- $name: the signed manifest lists $listed of $total files (Version.der is read in one piece of 4096 bytes), so ours extracts, hashes and writes every file and then fails its final check.")
   fi
   cat "$work/$name.pkg" >/dev/null  # every command starts from the page cache
-  local labels=(ours bsdtar tar+sha pigz)
   local scripts=(
     "exec '$cli' extract --cert '$work/cert.pem' --quiet \"\$pkg\" \"\$dest\" >/dev/null 2>>'$work/ours.err'"
     'bsdtar -xzf "$pkg" -C "$dest" && sync'
     'tar -xzf "$pkg" -C "$dest" && cd "$dest" && sha256sum --quiet -c "$sums" && sync'
     'pigz -dc "$pkg" >/dev/null'
   )
+  if [ "$bounds" = 1 ]; then
+    # The parts of a run one at a time, over a copy extracted beforehand.
+    rm -rf "$work/src"; mkdir -p "$work/src"; bsdtar -xzf "$work/$name.pkg" -C "$work/src"; sync
+    scripts+=(
+      'bsdtar -xOzf "$pkg" >/dev/null'
+      "cd '$work/src' && openssl dgst -sha256 -r * >/dev/null"
+      "cp -R '$work/src/.' \"\$dest\" && sync"
+    )
+  fi
   local rep i k
   for ((rep = 0; rep < reps; rep++)); do
     for ((i = 0; i < ${#labels[@]}; i++)); do
@@ -149,7 +169,7 @@ bench_package() {
     done
     log "$name: repetition $((rep + 1)) of $reps done"
   done
-  rm -f "$work/$name.pkg"
+  rm -rf "$work/$name.pkg" "$work/src"
 }
 
 # Median of column `col` (3 wall, 4 cpu, 5 rss) for one package and command.
@@ -164,7 +184,7 @@ report() {
   for name in $packages; do
     ours_wall=$(stat_of "$name" ours 3)
     ours_cpu=$(stat_of "$name" ours 4)
-    for label in ours bsdtar tar+sha pigz; do
+    for label in "${labels[@]}"; do
       wall=$(stat_of "$name" "$label" 3)
       cpu=$(stat_of "$name" "$label" 4)
       rss=$(stat_of "$name" "$label" 5)
@@ -199,6 +219,8 @@ goals() {
 }
 
 declare -A complete=()
+labels=(ours bsdtar tar+sha pigz)
+[ "$bounds" = 0 ] || labels+=(inflate sha256 write+sync)
 notes=()
 install_missing libarchive-tools pigz time
 build_tools
