@@ -20,7 +20,9 @@ set(sysroot ${EV_ARMHF_SYSROOT})
 # try_compile projects re-read this file and need the sysroot too.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES EV_ARMHF_SYSROOT)
 
-set(CMAKE_FIND_ROOT_PATH ${sysroot} /usr/${triplet})
+# Trees that a caller names in CMAKE_PREFIX_PATH (an installed copy of this
+# project, for a client's build) hold armhf files as well: they are roots too.
+set(CMAKE_FIND_ROOT_PATH ${sysroot} /usr/${triplet} ${CMAKE_PREFIX_PATH})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
@@ -40,6 +42,9 @@ set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${rpath_link}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,-rpath-link,${rpath_link}")
 
 # The sysroot holds a complete armhf C library, so it can serve as the
-# emulator's root for the dynamic loader and every shared library.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${sysroot}
+# emulator's root for the dynamic loader and every shared library. The
+# emulator is named by its full path: tests that start programs themselves
+# put it in front of the program and may not search PATH.
+find_program(EV_QEMU_ARM qemu-arm REQUIRED)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${EV_QEMU_ARM} -L ${sysroot}
     -E LD_LIBRARY_PATH=${sysroot}/usr/lib/${triplet}:${sysroot}/lib/${triplet})
