@@ -171,11 +171,11 @@ bool EntryWalker::handleManifest(const std::string& name) {
       setStatus(PKG_ERR03);
       return endManifest();
     }
-    if (m_bManifestVerified) return refuseSecondManifest();
     FormatPath(manifestPath, g_dstDirPath, kManifestFile);
     auto result = static_cast<_KALU_Error>(EV_Unsign_using_date(
         manifestPath, g_certificateFilePath.c_str(), m_data, static_cast<int>(kManifestReadSize)));
     if (result != KALU_NO_ERR) return refuseManifest(result);
+    if (m_bManifestVerified) return refuseSecondManifest();
     m_bManifestVerified = true;
     result = PrintKALU_VersionParse_TPN(manifestPath, g_objKALU_Version_TPN);
     setStatus(result);
@@ -189,11 +189,12 @@ bool EntryWalker::handleManifest(const std::string& name) {
   }
 }
 
-// A package has one signed manifest. Another one, be it a second entry or a
-// second blob after the first within the entry, could carry the file list of
-// another package from the same signer; parsed into the same object it would
-// merge with this one's, while Version.inf showed only the last. It is
-// refused as a failed verification, before Version.inf is touched.
+// A package has one signed manifest. Every further piece of Version.der (a
+// second entry, or the bytes after the first 4096 of one) is checked like the
+// first, and normally fails that check. One that verifies could carry the
+// file list of another package from the same signer; parsed into the same
+// object it would merge with this one's. It is refused as a failed
+// verification instead of being parsed.
 bool EntryWalker::refuseSecondManifest() {
   printf("Error: more than one signed manifest in the package\n");
   EXTRACT_LOG(kLogError, "Error: more than one signed manifest in the package");
