@@ -27,6 +27,10 @@ extern const Command kDemoCommand;
 // The name that prefixes the tool's own messages.
 constexpr const char kToolName[] = "extract-verify";
 
+// The program as it was started (argv[0]), for messages that suggest a
+// command line to type next. Set by main before any command runs.
+extern const char* g_invokedAs;
+
 }  // namespace cli
 
 #endif  // TOOLS_CLI_COMMANDS_H_

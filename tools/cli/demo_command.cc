@@ -40,7 +40,8 @@ const char kUsage[] =
     "  --quiet     hide the lines that the library prints on standard output\n"
     "  --dir DIR   work in DIR (made when missing) instead of a new temporary directory\n";
 
-const std::vector<OptionSpec> kOptions = {{"quiet", false, false}, {"dir", true, false}};
+const std::vector<OptionDef> kOptions = {{"quiet", OptionKind::kFlag},
+                                         {"dir", OptionKind::kValue}};
 
 const pki::Seconds kDay = 24 * 60 * 60;
 // Larger than the library's 4 MiB read ring once compressed, so that the
@@ -166,9 +167,10 @@ int RunDemo(const std::vector<std::string>& args) {
   printf("Result: %s: %s\n", StatusName(status).c_str(), StatusMeaning(status));
   PrintExtractedFiles(extracted);
   printf("\nThe keys were never written to disk. Try the package yourself:\n"
-         "  extract-verify inspect --cert %s %s\n"
-         "  extract-verify extract --cert %s %s DEST\n",
-         trust.c_str(), packagePath.c_str(), trust.c_str(), packagePath.c_str());
+         "  %s inspect --cert %s %s\n"
+         "  %s extract --cert %s %s DEST\n",
+         g_invokedAs, trust.c_str(), packagePath.c_str(), g_invokedAs, trust.c_str(),
+         packagePath.c_str());
   if (temporary) printf("Remove it all with: rm -r %s\n", dir.c_str());
   return kExitSuccess;
 }

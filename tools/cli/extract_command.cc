@@ -35,8 +35,10 @@ const char kUsage[] =
     "number on standard error and exits with 1; the library also writes the name\n"
     "to /tmp/extract_verify_error.txt.\n";
 
-const std::vector<OptionSpec> kOptions = {
-    {"cert", true, false}, {"only", true, false}, {"exclude", true, false}, {"quiet", false, false}};
+const std::vector<OptionDef> kOptions = {{"cert", OptionKind::kValue},
+                                         {"only", OptionKind::kValue},
+                                         {"exclude", OptionKind::kValue},
+                                         {"quiet", OptionKind::kFlag}};
 
 ExtractionRequest RequestFrom(const ParsedOptions& options) {
   ExpectPositional(options, 2, "PACKAGE DEST");

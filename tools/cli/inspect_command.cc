@@ -38,7 +38,8 @@ const char kUsage[] =
     "one the extractor takes, and the archive and the manifest list the same files;\n"
     "1 otherwise.\n";
 
-const std::vector<OptionSpec> kOptions = {{"cert", true, false}, {"verbose", false, false}};
+const std::vector<OptionDef> kOptions = {{"cert", OptionKind::kValue},
+                                         {"verbose", OptionKind::kFlag}};
 
 struct Verification {
   _KALU_Error status = SIGN_ERR01;
@@ -208,7 +209,7 @@ int RunInspect(const std::vector<std::string>& args) {
 
 }  // namespace
 
-const Command kInspectCommand = {"inspect", "verify a package and list its manifest, unpacking nothing",
-                                 kUsage, RunInspect};
+const Command kInspectCommand = {
+    "inspect", "verify a package and list its manifest, unpacking nothing", kUsage, RunInspect};
 
 }  // namespace cli

@@ -8,6 +8,8 @@
 #include "tools/cli/commands.h"
 #include "tools/cli/options.h"
 
+const char* cli::g_invokedAs = cli::kToolName;
+
 namespace {
 
 const cli::Command* const kCommands[] = {&cli::kExtractCommand, &cli::kPackCommand,
@@ -57,6 +59,7 @@ int main(int argc, char** argv) {
   // order with the tool's own lines wherever standard output goes, and lets
   // the progress display pass them on line by line.
   setvbuf(stdout, nullptr, _IOLBF, 0);
+  if (argc > 0) cli::g_invokedAs = argv[0];
 
   if (argc < 2) {
     PrintOverview(stderr);

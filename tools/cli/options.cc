@@ -4,9 +4,10 @@ namespace cli {
 
 namespace {
 
-const OptionSpec* FindSpec(const std::vector<OptionSpec>& specs, const std::string& name) {
-  for (const OptionSpec& spec : specs) {
-    if (name == spec.name) return &spec;
+const OptionDef* FindOption(const std::vector<OptionDef>& definitions,
+                           const std::string& name) {
+  for (const OptionDef& def : definitions) {
+    if (name == def.name) return &def;
   }
   return nullptr;
 }
@@ -30,7 +31,7 @@ std::string ParsedOptions::required(const std::string& name) const {
 }
 
 ParsedOptions ParseOptions(const std::vector<std::string>& args,
-                           const std::vector<OptionSpec>& specs) {
+                           const std::vector<OptionDef>& definitions) {
   ParsedOptions parsed;
   bool optionsEnded = false;
   for (size_t i = 0; i < args.size(); ++i) {
@@ -54,15 +55,18 @@ ParsedOptions ParseOptions(const std::vector<std::string>& args,
       name.erase(equals);
       inlineValue = true;
     }
-    const OptionSpec* spec = FindSpec(specs, name);
-    if (spec == nullptr) throw UsageError("unknown option --" + name);
-    if (!spec->takesValue && inlineValue) throw UsageError("--" + name + " takes no value");
-    if (spec->takesValue && !inlineValue) {
+    const OptionDef* def = FindOption(definitions, name);
+    if (def == nullptr) throw UsageError("unknown option --" + name);
+    const bool takesValue = def->kind != OptionKind::kFlag;
+    if (!takesValue && inlineValue) throw UsageError("--" + name + " takes no value");
+    if (takesValue && !inlineValue) {
       if (i + 1 == args.size()) throw UsageError("--" + name + " needs a value");
       value = args[++i];
     }
     std::vector<std::string>& slot = parsed.m_values[name];
-    if (!slot.empty() && !spec->repeatable) throw UsageError("--" + name + " given twice");
+    if (!slot.empty() && def->kind != OptionKind::kRepeatedValue) {
+      throw UsageError("--" + name + " given twice");
+    }
     slot.push_back(value);
   }
   return parsed;

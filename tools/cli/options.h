@@ -23,10 +23,15 @@ class UsageError : public std::runtime_error {
   explicit UsageError(const std::string& what) : std::runtime_error(what) {}
 };
 
-struct OptionSpec {
+enum class OptionKind {
+  kFlag,           // --name
+  kValue,          // --name VALUE, at most once
+  kRepeatedValue,  // --name VALUE, any number of times
+};
+
+struct OptionDef {
   const char* name;  // without the leading "--"
-  bool takesValue;
-  bool repeatable;
+  OptionKind kind;
 };
 
 class ParsedOptions {
@@ -43,14 +48,14 @@ class ParsedOptions {
 
  private:
   friend ParsedOptions ParseOptions(const std::vector<std::string>&,
-                                    const std::vector<OptionSpec>&);
+                                    const std::vector<OptionDef>&);
   std::map<std::string, std::vector<std::string>> m_values;
 };
 
 // Parses a subcommand's arguments (the subcommand's name excluded). Flags
 // without a value are recorded with an empty value.
 ParsedOptions ParseOptions(const std::vector<std::string>& args,
-                           const std::vector<OptionSpec>& specs);
+                           const std::vector<OptionDef>& definitions);
 
 // Throws UsageError unless exactly `count` positional arguments were given;
 // `names` describes them for the message ("PACKAGE DEST").

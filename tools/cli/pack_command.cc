@@ -35,8 +35,10 @@ const char kUsage[] =
     "two files with the same base name; a signed manifest larger than the 4096 bytes\n"
     "that the extractor reads (too many files or too long names and values).\n";
 
-const std::vector<OptionSpec> kOptions = {
-    {"key", true, false}, {"cert", true, false}, {"out", true, false}, {"set", true, true}};
+const std::vector<OptionDef> kOptions = {{"key", OptionKind::kValue},
+                                         {"cert", OptionKind::kValue},
+                                         {"out", OptionKind::kValue},
+                                         {"set", OptionKind::kRepeatedValue}};
 
 int RunPack(const std::vector<std::string>& args) {
   ParsedOptions options = ParseOptions(args, kOptions);

@@ -1,12 +1,7 @@
 #include "tools/cli/package_builder.h"
 
-#include <openssl/evp.h>
-
-#include <cctype>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <memory>
 #include <regex>
 #include <set>
 
@@ -49,33 +44,6 @@ void CheckHeaderKey(const std::string& key) {
   if (std::regex_match(key, kFileKey)) {
     throw UsageError("the key \"" + key + "\" belongs to the file list, which pack writes");
   }
-}
-
-// SHA-256 of a whole file, read in pieces, as lower-case hex.
-std::string FileSha256(const std::string& path) {
-  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
-                                                                  EVP_MD_CTX_free);
-  if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1) {
-    throw std::runtime_error("SHA-256 is not available");
-  }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw std::runtime_error("cannot read " + path);
-  std::vector<char> piece(1 << 16);
-  while (in) {
-    in.read(piece.data(), static_cast<std::streamsize>(piece.size()));
-    EVP_DigestUpdate(context.get(), piece.data(), static_cast<size_t>(in.gcount()));
-  }
-  if (in.bad()) throw std::runtime_error("cannot read " + path);
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int length = 0;
-  EVP_DigestFinal_ex(context.get(), digest, &length);
-  static const char kHex[] = "0123456789abcdef";
-  std::string text;
-  for (unsigned int i = 0; i < length; ++i) {
-    text += kHex[digest[i] >> 4];
-    text += kHex[digest[i] & 0x0f];
-  }
-  return text;
 }
 
 // The name under which a file is packed, after the checks that keep the
@@ -126,7 +94,8 @@ std::vector<package::ManifestFile> DescribeFiles(const std::vector<std::string>&
   }
   std::vector<package::ManifestFile> described;
   for (const std::string& path : files) {
-    described.push_back({fs::path(path).filename().string(), FileSha256(path),
+    std::string name = fs::path(path).filename().string();
+    described.push_back({name, package::EntrySha256(package::Entry::FromDisk(name, path)),
                          static_cast<uint64_t>(fs::file_size(path))});
   }
   return described;
