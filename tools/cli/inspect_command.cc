@@ -113,18 +113,24 @@ bool PrintList(const char* title, const std::vector<std::string>& items) {
   return items.empty();
 }
 
-// Entries at which the extractor would stop, or that it cannot verify. The
-// extractor never reaches the entries after the first of them.
+// What the extractor refuses in the entries: those at which it stops, a
+// signed manifest it cannot verify in one read or a second one, and names
+// that come twice. It never reaches the entries after one that stops it.
 std::vector<std::string> RefusedEntries(const ArchiveScan& scan) {
+  static const char kSecondManifest[] = ": a second signed manifest (SIGN_ERR01)";
+  static const char kNameTwice[] = ": comes twice (PKG_ERR03 unless the data is the same)";
   std::vector<std::string> refused;
+  std::set<std::string> seen;
   for (size_t i = 0; i < scan.entries.size(); ++i) {
     const ScannedEntry& entry = scan.entries[i];
+    const bool signedManifest = entry.name == "Version.der";
     if (entry.size <= 0) {
       refused.push_back(entry.name + ": empty or a directory (the extractor stops here)");
     } else if (entry.name.find("..") != std::string::npos) {
       refused.push_back(entry.name + ": name contains \"..\" (the extractor stops here)");
-    } else if (scan.hasSignedManifest && i == scan.signedManifestIndex &&
-               static_cast<size_t>(entry.size) > kMaxSignedManifestBytes) {
+    } else if (!seen.insert(entry.name).second) {
+      refused.push_back(entry.name + (signedManifest ? kSecondManifest : kNameTwice));
+    } else if (signedManifest && static_cast<size_t>(entry.size) > kMaxSignedManifestBytes) {
       refused.push_back(entry.name + ": " + std::to_string(entry.size) +
                         " bytes; the extractor verifies at most " +
                         std::to_string(kMaxSignedManifestBytes));

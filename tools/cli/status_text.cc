@@ -21,10 +21,12 @@ const char* StatusMeaning(_KALU_Error status) {
     case VER_ERR04:
       return "the signed manifest describes a file (hash value or size) without naming it";
     case PKG_ERR03:
-      return "the package could not be read or unpacked, holds an empty entry or a directory, "
-             "a file could not be written, or the run was interrupted";
+      return "the package could not be read or unpacked, holds an empty entry, a directory or "
+             "two different files for one path, a file could not be written, or the run was "
+             "interrupted";
     case SIGN_ERR01:
-      return "Version.der is not signed data that verifies against the certificate file";
+      return "Version.der is not signed data that verifies against the certificate file, or "
+             "the package carries more than one";
     case SIGN_ERR02:
       return "an extracted file is not listed in the signed manifest, or its SHA-256 differs "
              "from the manifest's";
