@@ -30,23 +30,15 @@ using testsupport::SignedManifest;
 // at the end.
 class FileSizeLimit {
  public:
-  explicit FileSizeLimit(rlim_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &m_saved);
-    m_savedHandler = signal(SIGXFSZ, SIG_IGN);
-    rlimit limit = m_saved;
-    limit.rlim_cur = bytes;
-    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &m_saved);
-    signal(SIGXFSZ, m_savedHandler);
-  }
+  explicit FileSizeLimit(uint64_t bytes)
+      : m_savedHandler(signal(SIGXFSZ, SIG_IGN)), m_limit(RLIMIT_FSIZE, bytes) {}
+  ~FileSizeLimit() { signal(SIGXFSZ, m_savedHandler); }
   FileSizeLimit(const FileSizeLimit&) = delete;
   FileSizeLimit& operator=(const FileSizeLimit&) = delete;
 
  private:
-  rlimit m_saved{};
   sighandler_t m_savedHandler;
+  ProcessLimit m_limit;  // ends first, before the signal is restored
 };
 
 class FaultTest : public HostileRunTest {
@@ -66,7 +58,7 @@ class FaultTest : public HostileRunTest {
 };
 
 TEST_F(FaultTest, DestinationFillingUpFailsTheRunWithAPackageError) {
-  for (rlim_t limit : {rlim_t{16} << 10, rlim_t{1} << 20}) {
+  for (uint64_t limit : {uint64_t{16} << 10, uint64_t{1} << 20}) {
     ClearDestination();
     RunResult run;
     {
@@ -106,6 +98,15 @@ TEST_F(FaultTest, SourceFailingPartWayFailsTheRunWithAPackageError) {
     }
     ExpectSafeOutcome(run, m_digests, m_package.manifestText, context);
   }
+}
+
+// A directory opens like a file but fails its first read.
+TEST_F(FaultTest, SourceThatIsADirectoryFailsItsFirstRead) {
+  RunResult run = BoundedRun(m_sentinel);
+
+  EXPECT_EQ(run.status, PKG_ERR03);
+  EXPECT_TRUE(run.Printed("Failed to read contents\n"));
+  ExpectSafeOutcome(run, m_digests, m_package.manifestText, "directory as source");
 }
 
 TEST_F(FaultTest, AbortAtAnyMomentEndsTheRunFailedOrComplete) {

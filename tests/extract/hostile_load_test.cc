@@ -41,31 +41,14 @@ size_t CountEntries(const char* directory) {
   return count;
 }
 
-uint64_t ResidentBytes() {
+// Bytes of the process's address space in use, or of them resident.
+uint64_t MemoryBytes(bool resident) {
   std::ifstream statm("/proc/self/statm");
   uint64_t pages = 0;
-  uint64_t resident = 0;
-  statm >> pages >> resident;
-  return resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+  uint64_t residentPages = 0;
+  statm >> pages >> residentPages;
+  return (resident ? residentPages : pages) * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
 }
-
-// A resource limit of the whole process, restored at the end.
-class ProcessLimit {
- public:
-  ProcessLimit(int resource, rlim_t value) : m_resource(resource) {
-    getrlimit(resource, &m_saved);
-    rlimit limit = m_saved;
-    limit.rlim_cur = value;
-    EXPECT_EQ(setrlimit(resource, &limit), 0);
-  }
-  ~ProcessLimit() { setrlimit(m_resource, &m_saved); }
-  ProcessLimit(const ProcessLimit&) = delete;
-  ProcessLimit& operator=(const ProcessLimit&) = delete;
-
- private:
-  int m_resource;
-  rlimit m_saved{};
-};
 
 class LoadTest : public HostileRunTest {
  protected:
@@ -99,7 +82,7 @@ TEST_F(LoadTest, ConsecutiveRunsLeaveNoDescriptorThreadOrMemoryBehind) {
     if (i == warmUp) {
       descriptors = CountEntries("/proc/self/fd");
       threads = CountEntries("/proc/self/task");
-      resident = ResidentBytes();
+      resident = MemoryBytes(true);
     }
     ClearDestination();
     RunResult run = BoundedRun(package.path);
@@ -109,7 +92,8 @@ TEST_F(LoadTest, ConsecutiveRunsLeaveNoDescriptorThreadOrMemoryBehind) {
   // Each run also checks its own descriptors and threads (run_fixture.h).
   EXPECT_EQ(CountEntries("/proc/self/fd"), descriptors);
   EXPECT_EQ(CountEntries("/proc/self/task"), threads);
-  const uint64_t grown = ResidentBytes() - std::min(ResidentBytes(), resident);
+  const uint64_t now = MemoryBytes(true);
+  const uint64_t grown = now > resident ? now - resident : 0;
   printf("%d runs: resident memory %llu KiB after warm-up, grown by %llu KiB\n", runs,
          static_cast<unsigned long long>(resident >> 10),
          static_cast<unsigned long long>(grown >> 10));
@@ -166,14 +150,10 @@ TEST_F(LoadTest, RunningOutOfDescriptorsFailsTheRun) {
 TEST_F(LoadTest, RunningOutOfAddressSpaceFailsTheRun) {
   std::vector<Entry> entries = ManyFiles(400);
   auto package = Build(entries);
-  std::ifstream statm("/proc/self/statm");
-  uint64_t pages = 0;
-  statm >> pages;
-  const rlim_t inUse = pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
   RunResult run;
   {
     // A 32-bit head unit's worth: about a hundred files fit in 3 GiB.
-    ProcessLimit addressSpace(RLIMIT_AS, inUse + (rlim_t{3} << 30));
+    ProcessLimit addressSpace(RLIMIT_AS, MemoryBytes(false) + (uint64_t{3} << 30));
     run = BoundedRun(package.path);
   }
   EXPECT_EQ(run.status, PKG_ERR03);

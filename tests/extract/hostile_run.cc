@@ -1,5 +1,6 @@
 #include "tests/extract/hostile_run.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <zlib.h>
 
@@ -77,6 +78,21 @@ int RoundsFromEnvironment(const char* name, int fallback) {
   if (value == nullptr || *value == '\0') return fallback;
   int rounds = std::atoi(value);
   return rounds > 0 ? rounds : fallback;
+}
+
+ProcessLimit::ProcessLimit(int resource, uint64_t value) : m_resource(resource) {
+  rlimit limit{};
+  getrlimit(resource, &limit);
+  m_saved = limit.rlim_cur;
+  limit.rlim_cur = value;
+  EXPECT_EQ(setrlimit(resource, &limit), 0) << "limit " << resource;
+}
+
+ProcessLimit::~ProcessLimit() {
+  rlimit limit{};
+  getrlimit(m_resource, &limit);
+  limit.rlim_cur = m_saved;
+  setrlimit(m_resource, &limit);
 }
 
 HostileRunTest::HostileRunTest() : m_sentinel(m_dir.file("sentinel")) {

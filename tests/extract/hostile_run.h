@@ -40,6 +40,20 @@ std::string Gunzip(const std::string& gz);
 // A count from the environment variable `name`, or `fallback`.
 int RoundsFromEnvironment(const char* name, int fallback);
 
+// A soft resource limit of the whole process (setrlimit), restored when the
+// object ends.
+class ProcessLimit {
+ public:
+  ProcessLimit(int resource, uint64_t value);
+  ~ProcessLimit();
+  ProcessLimit(const ProcessLimit&) = delete;
+  ProcessLimit& operator=(const ProcessLimit&) = delete;
+
+ private:
+  int m_resource;
+  uint64_t m_saved;
+};
+
 class HostileRunTest : public ExtractionRunTest {
  protected:
   HostileRunTest();
