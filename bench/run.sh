@@ -8,8 +8,9 @@
 # installs the Debian packages it compares with when they are missing, writes
 # three signed packages with deterministic contents, and then, for each
 # package, runs every command of the list below in turn, the order rotated on
-# every repetition, each into a fresh destination directory that is removed
-# (and synced away) outside the timing:
+# every repetition, each into a fresh destination directory under the work
+# directory (default /var/tmp/ev-bench) that is removed (and synced away)
+# outside the timing:
 #
 #   ours       extract-verify extract --cert CERT --quiet PACKAGE DEST
 #              (verifies the signature and every file; syncs at the end)
@@ -22,6 +23,9 @@
 #   inflate    bsdtar -xOzf PACKAGE > /dev/null   (libarchive's inflate alone)
 #   sha256     openssl dgst -sha256 of every file, read from the page cache
 #   write+sync cp -R of the extracted files into DEST; sync
+#   files      the per-file resources of a run alone: two waiting threads and
+#              a 16 MiB ring (the file's bytes touched) per file
+#              (bench/file_threads_floor.cc)
 #
 # Reported per package and command: median wall time, median CPU time
 # (user + system), median peak resident memory of the largest process, and
@@ -36,7 +40,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 mode=full
 reps=
 build=$root/build-bench
-work=${TMPDIR:-/tmp}/ev-bench
+work=/var/tmp/ev-bench
 packages="large many medium"
 out=
 bounds=0
@@ -92,7 +96,7 @@ install_missing() {
 build_tools() {
   [ -f "$build/CMakeCache.txt" ] ||
     cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DEV_WERROR=ON >&2
-  cmake --build "$build" -j2 --target make_package extract-verify >&2
+  cmake --build "$build" -j2 --target make_package file_threads_floor extract-verify >&2
   cli=$build/tools/cli/extract-verify
 }
 
@@ -114,8 +118,8 @@ median() {
 # unless the package's manifest could not list every file.
 time_one() {
   local name=$1 label=$2 script=$3
-  local pkg=$work/$name.pkg sums=$work/$name.sums dest=$work/dest status=0
-  rm -rf "$dest"; mkdir -p "$dest"; sync
+  local pkg=$work/$name.pkg sums=$work/$name.sums dest=$work/dest.$((++runs)) status=0
+  mkdir "$dest"; sync
   pkg=$pkg dest=$dest sums=$sums /usr/bin/time -f '%e %U %S %M' -o "$work/time.out" \
     sh -c "$script" || status=$?
   if [ "$label" = ours ]; then
@@ -159,6 +163,7 @@ bench_package() {
       'bsdtar -xOzf "$pkg" >/dev/null'
       "cd '$work/src' && openssl dgst -sha256 -r * >/dev/null"
       "cp -R '$work/src/.' \"\$dest\" && sync"
+      "exec '$build/bench/file_threads_floor' '$work/src'"
     )
   fi
   local rep i k
@@ -220,11 +225,21 @@ goals() {
 
 declare -A complete=()
 labels=(ours bsdtar tar+sha pigz)
-[ "$bounds" = 0 ] || labels+=(inflate sha256 write+sync)
+[ "$bounds" = 0 ] || labels+=(inflate sha256 write+sync files)
+runs=0
 notes=()
-install_missing libarchive-tools pigz time
+install_missing libarchive-tools pigz time e2fsprogs
 build_tools
 mkdir -p "$work"
+# Each run extracts into a directory of its own. On ext4 without a journal,
+# creating a file in a block group where thousands of files were deleted in
+# the last minutes scans past every one of them, which would time the
+# previous run's clean-up rather than the extraction. With the top-directory
+# flag on the work directory, each destination is placed in a block group of
+# its own choosing, away from the runs before it.
+rm -rf "$work"/dest.* "$work/src"  # left by an interrupted run
+chattr +T "$work" 2>/dev/null ||
+  log "cannot mark $work as a top directory; file creation may be slowed by earlier runs"
 results=$work/results.txt
 : >"$results"
 : >"$work/ours.err"  # what ours says on standard error, for a failed run
