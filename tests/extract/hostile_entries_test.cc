@@ -5,19 +5,15 @@
 // nothing outside the destination and create nothing but plain files.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <filesystem>
 
 #include "extract/run_state.h"
-#include "platform/log.h"
 #include "tests/extract/hostile_run.h"
 
 namespace runtest {
 namespace {
 
 using package::Entry;
-using testsupport::EntryData;
 using testsupport::FileExists;
 using testsupport::PackageOptions;
 using testsupport::ReadFile;
@@ -135,21 +131,6 @@ TEST_F(HostileEntryTest, DeclaredSizeBeyondThePackageFailsAtTheEndOfInput) {
   EXPECT_TRUE(run.Printed("Problem extracting file\n"));
   EXPECT_FALSE(FileExists(Out("c")));
   ExpectSafeOutcome(run, {}, package.manifestText, "huge declared size");
-}
-
-TEST_F(HostileEntryTest, DeclaredSizeShorterThanTheDataBreaksTheNextHeader) {
-  std::vector<Entry> entries = {SignedManifest(), Entry::Generated("big", 70000, 3),
-                                Entry::File("c", "c\n")};
-  auto package = BuildEdited(entries, [](std::string* tar) {
-    ASSERT_TRUE(package::PatchTarEntrySize(tar, "big", 1000));
-  });
-
-  RunResult run = BoundedRun(package.path);
-
-  // The rest of the data is read as a header, whose checksum fails.
-  EXPECT_EQ(run.status, PKG_ERR03);
-  EXPECT_TRUE(run.Printed("Problem reading archive\n"));
-  ExpectSafeOutcome(run, {}, package.manifestText, "short declared size");
 }
 
 // A second gzip member after the package is decompressed as part of the same
