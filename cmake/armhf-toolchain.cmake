@@ -32,8 +32,14 @@ set(CMAKE_LIBRARY_ARCHITECTURE ${triplet})
 # Multiarch headers (opensslconf.h and friends) live under the triplet.
 # -Wno-psabi drops GCC's notes that passing some classes by value changed in
 # GCC 7.1: every object of this build comes from one compiler.
-set(CMAKE_C_FLAGS_INIT "-isystem ${sysroot}/usr/include/${triplet} -Wno-psabi")
-set(CMAKE_CXX_FLAGS_INIT "-isystem ${sysroot}/usr/include/${triplet} -Wno-psabi")
+# _FILE_OFFSET_BITS=64 gives every file and directory call 64-bit offsets,
+# as the dependencies were built. Under qemu-user the 64-bit host kernel
+# hands out 64-bit directory offsets, so without it readdir fails with
+# EOVERFLOW on the first entry and a directory reads as empty. time_t stays
+# 32 bits: the dependencies' interfaces (X509_VERIFY_PARAM_set_time) use it.
+set(ev_flags "-isystem ${sysroot}/usr/include/${triplet} -Wno-psabi -D_FILE_OFFSET_BITS=64")
+set(CMAKE_C_FLAGS_INIT "${ev_flags}")
+set(CMAKE_CXX_FLAGS_INIT "${ev_flags}")
 
 # The dependencies' own dependencies are resolved from the sysroot at link time.
 set(libdirs ${sysroot}/usr/lib/${triplet} ${sysroot}/lib/${triplet})
