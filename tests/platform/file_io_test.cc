@@ -1,5 +1,6 @@
 // Block and plain file I/O of the platform layer: block positions and counts,
-// switching from block calls to plain ones, and the injected read failure.
+// switching from block calls to plain ones, the injected read failure and
+// offsets past 4 GiB.
 #include "platform/file_io.h"
 
 #include <errno.h>
@@ -13,9 +14,7 @@
 
 namespace {
 
-using testsupport::FileExists;
 using testsupport::ReadFile;
-using testsupport::TempDir;
 using testsupport::WriteFile;
 
 constexpr size_t kBlock = 512;
@@ -34,161 +33,99 @@ class FileIoTest : public testing::Test {
     platform::InjectReadFailureAfter(-1);
     for (int fd : m_open) platform::Close(fd);
   }
-  int OpenRead(const std::string& path) {
-    int fd = platform::OpenReadOnly(path.c_str());
+  int Open(const std::string& name, bool write) {
+    const std::string path = m_dir.file(name);
+    int fd = write ? platform::OpenForWriting(path.c_str()) : platform::OpenReadOnly(path.c_str());
+    EXPECT_GE(fd, 0) << name;
     if (fd >= 0) m_open.push_back(fd);
     return fd;
   }
-  int OpenWrite(const std::string& path) {
-    int fd = platform::OpenForWriting(path.c_str());
-    if (fd >= 0) m_open.push_back(fd);
-    return fd;
+  std::string Read(int fd, size_t blockAt, size_t blocks, int expected) {
+    std::vector<char> buffer(blocks * kBlock);
+    EXPECT_EQ(platform::ReadBlocks(fd, kBlock, blockAt, blocks, buffer.data()), expected);
+    return std::string(buffer.data(), expected > 0 ? expected * kBlock : 0);
   }
-  TempDir m_dir;
+  testsupport::TempDir m_dir;
   std::vector<int> m_open;
 };
 
-TEST_F(FileIoTest, BlockCallsUseBlockNumbersAndCountWholeBlocks) {
-  std::string path = m_dir.file("blocks");
-  int out = OpenWrite(path);
-  ASSERT_GE(out, 0);
-  std::string a(kBlock, 'a'), cc(2 * kBlock, 'c');
+TEST_F(FileIoTest, BlockCallsUseBlockNumbersAndCountOnlyWholeBlocks) {
+  int out = Open("blocks", true);
+  const std::string a(kBlock, 'a'), cc = Pattern(2 * kBlock);
   EXPECT_EQ(platform::WriteBlocks(out, kBlock, 3, 2, cc.data()), 2);
   EXPECT_EQ(platform::WriteBlocks(out, kBlock, 0, 1, a.data()), 1);
-  EXPECT_EQ(ReadFile(path), a + std::string(2 * kBlock, '\0') + cc);
+  EXPECT_EQ(ReadFile(m_dir.file("blocks")), a + std::string(2 * kBlock, '\0') + cc);
 
-  int in = OpenRead(path);
-  ASSERT_GE(in, 0);
-  std::vector<char> buffer(2 * kBlock);
-  EXPECT_EQ(platform::ReadBlocks(in, kBlock, 3, 2, buffer.data()), 2);
-  EXPECT_EQ(std::string(buffer.begin(), buffer.end()), cc);
-  EXPECT_EQ(platform::ReadBlocks(in, kBlock, 0, 1, buffer.data()), 1);
-  EXPECT_EQ(std::string(buffer.data(), kBlock), a);
-}
+  int in = Open("blocks", false);
+  EXPECT_EQ(Read(in, 3, 2, 2), cc);
+  EXPECT_EQ(Read(in, 0, 1, 1), a);
 
-TEST_F(FileIoTest, ShortBlockReadAtTheEndCountsOnlyWholeBlocks) {
-  std::string bytes = Pattern(3 * kBlock + 100);
+  const std::string bytes = Pattern(3 * kBlock + 100);
   WriteFile(m_dir.file("short"), bytes);
-  int in = OpenRead(m_dir.file("short"));
-  ASSERT_GE(in, 0);
+  int shortIn = Open("short", false);
   std::vector<char> buffer(4 * kBlock);
-  EXPECT_EQ(platform::ReadBlocks(in, kBlock, 1, 4, buffer.data()), 2);
+  EXPECT_EQ(platform::ReadBlocks(shortIn, kBlock, 1, 4, buffer.data()), 2);
   EXPECT_EQ(std::string(buffer.data(), 2 * kBlock + 100), bytes.substr(kBlock));
-  EXPECT_EQ(platform::ReadBlocks(in, kBlock, 3, 1, buffer.data()), 0);
-  EXPECT_EQ(platform::ReadBlocks(in, kBlock, 9, 1, buffer.data()), 0);
+  Read(shortIn, 3, 1, 0);
+  Read(shortIn, 9, 1, 0);
 }
 
-TEST_F(FileIoTest, PlainReadContinuesWhereSetPositionPutsIt) {
-  std::string bytes = Pattern(64 * kBlock + 1);  // one chunk and a byte, as the reader sees it
+TEST_F(FileIoTest, PlainReadsAndWritesGoWhereSetPositionPutsThem) {
+  const std::string bytes = Pattern(64 * kBlock + 1);  // one chunk and a byte
   WriteFile(m_dir.file("source"), bytes);
-  int in = OpenRead(m_dir.file("source"));
-  ASSERT_GE(in, 0);
-  std::vector<char> buffer(64 * kBlock);
-  ASSERT_EQ(platform::ReadBlocks(in, kBlock, 0, 64, buffer.data()), 64);
+  int in = Open("source", false);
+  Read(in, 0, 64, 64);
   ASSERT_EQ(platform::SetPosition(in, 64 * kBlock), 0);
-  EXPECT_EQ(platform::Read(in, buffer.data(), buffer.size()), 1);
-  EXPECT_EQ(buffer[0], bytes.back());
-  EXPECT_EQ(platform::Read(in, buffer.data(), buffer.size()), 0);
-}
+  char byte = 0;
+  EXPECT_EQ(platform::Read(in, &byte, 1), 1);
+  EXPECT_EQ(byte, bytes.back());
+  EXPECT_EQ(platform::Read(in, &byte, 1), 0);
 
-TEST_F(FileIoTest, PlainWriteLandsWhereSetPositionPutsIt) {
-  std::string path = m_dir.file("written");
-  int out = OpenWrite(path);
-  ASSERT_GE(out, 0);
-  std::string chunk = Pattern(2 * kBlock);
-  ASSERT_EQ(platform::WriteBlocks(out, kBlock, 0, 2, chunk.data()), 2);
+  int out = Open("written", true);
+  ASSERT_EQ(platform::WriteBlocks(out, kBlock, 0, 2, bytes.data()), 2);
   ASSERT_EQ(platform::SetPosition(out, 2 * kBlock), 0);
   EXPECT_EQ(platform::Write(out, "tail", 4), 4);
-  EXPECT_EQ(ReadFile(path), chunk + "tail");
+  EXPECT_EQ(ReadFile(m_dir.file("written")), bytes.substr(0, 2 * kBlock) + "tail");
 }
 
 TEST_F(FileIoTest, InjectedReadFailureStartsAfterTheGivenBytesAndCanBeTurnedOff) {
   WriteFile(m_dir.file("source"), Pattern(8 * kBlock));
-  int in = OpenRead(m_dir.file("source"));
-  ASSERT_GE(in, 0);
-  std::vector<char> buffer(8 * kBlock);
-
+  int in = Open("source", false);
+  std::vector<char> buffer(kBlock);
   platform::InjectReadFailureAfter(3 * kBlock);
-  EXPECT_EQ(platform::ReadBlocks(in, kBlock, 0, 2, buffer.data()), 2);
+  Read(in, 0, 2, 2);
   EXPECT_EQ(platform::Read(in, buffer.data(), kBlock), static_cast<ssize_t>(kBlock));
   errno = 0;
-  EXPECT_EQ(platform::ReadBlocks(in, kBlock, 3, 1, buffer.data()), -1);
+  Read(in, 3, 1, -1);
   EXPECT_EQ(errno, EIO);
   errno = 0;
   EXPECT_EQ(platform::Read(in, buffer.data(), 1), -1);
   EXPECT_EQ(errno, EIO);
-
   platform::InjectReadFailureAfter(-1);
-  EXPECT_EQ(platform::ReadBlocks(in, kBlock, 3, 1, buffer.data()), 1);
-
+  Read(in, 3, 1, 1);
   platform::InjectReadFailureAfter(0);
   EXPECT_EQ(platform::Read(in, buffer.data(), 1), -1);
-  EXPECT_EQ(errno, EIO);
-}
-
-TEST_F(FileIoTest, OpenForWritingCreatesOrTruncates) {
-  std::string path = m_dir.file("target");
-  WriteFile(path, "old contents that must go");
-  int out = OpenWrite(path);
-  ASSERT_GE(out, 0);
-  EXPECT_EQ(platform::Write(out, "new", 3), 3);
-  EXPECT_EQ(ReadFile(path), "new");
-
-  errno = 0;
-  EXPECT_EQ(platform::OpenForWriting(m_dir.file("missing/dir/file").c_str()), -1);
-  EXPECT_EQ(errno, ENOENT);
-  EXPECT_EQ(platform::OpenReadOnly(m_dir.file("absent").c_str()), -1);
-  EXPECT_EQ(errno, ENOENT);
 }
 
 // Packages pass 4 GiB; on 32-bit targets that needs 64-bit file offsets all
 // the way down. The file is sparse, so only the written blocks take space.
 TEST_F(FileIoTest, OffsetsPastFourGibibytesAreKept) {
   const uint64_t offset = uint64_t{5} << 30;
-  const std::string path = m_dir.file("sparse");
   const std::string chunk = Pattern(2 * kBlock);
-  int out = OpenWrite(path);
-  ASSERT_GE(out, 0);
+  int out = Open("sparse", true);
   const int written = platform::WriteBlocks(out, kBlock, offset / kBlock, 2, chunk.data());
   if (written < 0 && errno == EFBIG) GTEST_SKIP() << "the file system holds no such file";
   ASSERT_EQ(written, 2);
 
-  int in = OpenRead(path);
-  ASSERT_GE(in, 0);
+  int in = Open("sparse", false);
   int64_t size = -1;
   EXPECT_EQ(platform::FileSize(in, &size), 0);
   EXPECT_EQ(size, static_cast<int64_t>(offset + 2 * kBlock));
-  std::vector<char> buffer(2 * kBlock);
-  ASSERT_EQ(platform::ReadBlocks(in, kBlock, offset / kBlock, 2, buffer.data()), 2);
-  EXPECT_EQ(std::string(buffer.data(), buffer.size()), chunk);
+  EXPECT_EQ(Read(in, offset / kBlock, 2, 2), chunk);
   ASSERT_EQ(platform::SetPosition(in, offset + kBlock), 0);
+  std::vector<char> buffer(2 * kBlock);
   ASSERT_EQ(platform::Read(in, buffer.data(), buffer.size()), static_cast<ssize_t>(kBlock));
   EXPECT_EQ(std::string(buffer.data(), kBlock), chunk.substr(kBlock));
-}
-
-TEST_F(FileIoTest, FileSizeOfAnOpenFile) {
-  WriteFile(m_dir.file("sized"), Pattern(1500));
-  int in = OpenRead(m_dir.file("sized"));
-  ASSERT_GE(in, 0);
-  int64_t size = -1;
-  EXPECT_EQ(platform::FileSize(in, &size), 0);
-  EXPECT_EQ(size, 1500);
-  EXPECT_EQ(platform::FileSize(-1, &size), -1);
-  EXPECT_EQ(errno, EBADF);
-}
-
-TEST_F(FileIoTest, IsReadableAndRemoveFile) {
-  std::string path = m_dir.file("present");
-  WriteFile(path, "x");
-  EXPECT_TRUE(platform::IsReadable(path.c_str()));
-  EXPECT_FALSE(platform::IsReadable(m_dir.file("absent").c_str()));
-
-  EXPECT_EQ(platform::RemoveFile(path.c_str()), 0);
-  EXPECT_FALSE(FileExists(path));
-  EXPECT_FALSE(platform::IsReadable(path.c_str()));
-  errno = 0;
-  EXPECT_EQ(platform::RemoveFile(path.c_str()), -1);
-  EXPECT_EQ(errno, ENOENT);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // The logger stand-in and the library's logging macros: mask gating, exact
-// texts to a sink, and the standard error line format. (The mask's start value
-// from HXLOG_MASK is checked by running hxlog_mask_probe.)
+// texts to a sink and to standard error. (The mask's start value from
+// HXLOG_MASK is checked by running hxlog_mask_probe.)
 #include "platform/hxlog/hxlog.h"
 
 #include <gtest/gtest.h>
@@ -15,90 +15,34 @@ namespace {
 
 using testsupport::LogCapture;
 using testsupport::LogLine;
+using Texts = std::vector<std::string>;
 
-struct SinkLine {
-  int sourceLine;
-  int level;
-  std::string function;
-  std::string text;
-};
-
-// Installs a sink that also records the source line, which LogCapture drops.
-class RawSink {
- public:
-  explicit RawSink(uint32_t mask) : m_savedMask(g_LumLogParams.logMask.load()) {
-    HxLogSetSink(&RawSink::Receive, this);
-    g_LumLogParams.logMask = mask;
-  }
-  ~RawSink() {
-    g_LumLogParams.logMask = m_savedMask;
-    HxLogSetSink(nullptr, nullptr);
-  }
-  std::vector<SinkLine> lines;
-
- private:
-  static void Receive(void* self, int sourceLine, int level, const char* function,
-                      const char* text) {
-    static_cast<RawSink*>(self)->lines.push_back({sourceLine, level, function, text});
-  }
-  uint32_t m_savedMask;
-};
-
-std::vector<int> LevelsOf(const std::vector<LogLine>& lines) {
-  std::vector<int> levels;
-  for (const LogLine& line : lines) levels.push_back(line.level);
-  return levels;
-}
-
-TEST(HxLogMask, EmitsALevelOnlyWhenItsBitIsSet) {
-  struct Case {
-    uint32_t mask;
-    std::vector<int> emitted;
-  };
-  const Case cases[] = {
-      {0u, {}},
-      {0x00800000u, {23}},
-      {0x80000000u, {31}},
-      {0x80800000u, {23, 31}},
-      {0x7f7fffffu, {0, 22, 24}},
-  };
-  for (const Case& c : cases) {
-    LogCapture capture(c.mask);
-    for (int level : {0, 22, 23, 24, 31}) HxLog(__LINE__, level, "F", "level %d", level);
-    EXPECT_EQ(LevelsOf(capture.Lines()), c.emitted) << std::hex << c.mask;
+TEST(HxLog, EmitsALevelOnlyWhenItsBitIsSet) {
+  const std::pair<uint32_t, std::vector<int>> cases[] = {
+      {0u, {}}, {0x00800000u, {23}}, {0x80000000u, {31}},
+      {0x80800000u, {23, 31}}, {0x7f7fffffu, {0, 22, 24}}, {0xffffffffu, {0, 22, 23, 24, 31}}};
+  for (const auto& c : cases) {
+    LogCapture capture(c.first);
+    for (int level : {-1, 0, 22, 23, 24, 31, 32}) HxLog(__LINE__, level, "F", "level %d", level);
+    std::vector<int> levels;
+    for (const LogLine& line : capture.Lines()) levels.push_back(line.level);
+    EXPECT_EQ(levels, c.second) << std::hex << c.first;
   }
 }
 
-TEST(HxLogMask, IgnoresLevelsOutsideTheMaskWord) {
-  LogCapture capture(0xffffffffu);
-  HxLog(__LINE__, 32, "F", "too high");
-  HxLog(__LINE__, -1, "F", "negative");
-  EXPECT_TRUE(capture.Lines().empty());
+TEST(HxLog, SinkGetsTheWholeFormattedTextLineEndIncluded) {
+  LogCapture capture(0x80800000u);
+  const std::string path(3000, 'p');  // longer than any stack buffer
+  HxLog(1, 31, "PrintKALU_VersionParse_TPN", "KALU Error %d \n", 19);
+  HxLog(2, 23, "F", "Input File : %s", path.c_str());
+  std::vector<LogLine> lines = capture.Lines();
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0].function, "PrintKALU_VersionParse_TPN");
+  EXPECT_EQ(lines[0].text, "KALU Error 19 \n");
+  EXPECT_EQ(lines[1].text, "Input File : " + path);
 }
 
-TEST(HxLogSink, ReceivesTheFormattedTextLineEndIncluded) {
-  RawSink sink(0x80800000u);
-  int line = __LINE__ + 1;
-  HxLog(line, 31, "PrintKALU_VersionParse_TPN", "KALU Error %d \n", 19);
-  HxLog(77, 23, "KALU_Parse_INF", "+");
-  ASSERT_EQ(sink.lines.size(), 2u);
-  EXPECT_EQ(sink.lines[0].sourceLine, line);
-  EXPECT_EQ(sink.lines[0].level, 31);
-  EXPECT_EQ(sink.lines[0].function, "PrintKALU_VersionParse_TPN");
-  EXPECT_EQ(sink.lines[0].text, "KALU Error 19 \n");
-  EXPECT_EQ(sink.lines[1].text, "+");
-}
-
-TEST(HxLogSink, ReceivesMessagesLongerThanTheStackBufferWhole) {
-  LogCapture capture(0x80000000u);
-  std::string path(3000, 'p');
-  HxLog(__LINE__, 31, "F", "Input File : %s", path.c_str());
-  std::vector<std::string> texts = capture.Texts("F");
-  ASSERT_EQ(texts.size(), 1u);
-  EXPECT_EQ(texts[0], "Input File : " + path);
-}
-
-TEST(HxLogStderr, WritesOneLineWithLevelFunctionSourceLineAndText) {
+TEST(HxLog, StandardErrorGetsOneLineWithLevelFunctionSourceLineAndText) {
   uint32_t savedMask = g_LumLogParams.logMask.load();
   g_LumLogParams.logMask = 0x80800000u;
   testing::internal::CaptureStderr();
@@ -113,7 +57,6 @@ TEST(HxLogStderr, WritesOneLineWithLevelFunctionSourceLineAndText) {
             "[HxLog 23] ?:44 no function\n");
 }
 
-// The macros log under the calling function's own name.
 void LoggingFunction(int* evaluations) {
   EV_LOG_ENTER();
   EV_LOG_INFO("File size : %lld Bytes", static_cast<long long>(++*evaluations));
@@ -121,23 +64,23 @@ void LoggingFunction(int* evaluations) {
   EV_LOG_LEAVE();
 }
 
+// The macros log under the calling function's own name, and a disabled
+// level does not even evaluate its arguments.
 TEST(EvLogMacros, LogAtTheirLevelsUnderTheCallersName) {
-  LogCapture capture(0x80800000u);
   int evaluations = 0;
+  {
+    LogCapture capture(0x80800000u);
+    LoggingFunction(&evaluations);
+    std::vector<int> levels;
+    for (const LogLine& line : capture.Lines()) levels.push_back(line.level);
+    EXPECT_EQ(levels, (std::vector<int>{23, 23, 31, 23}));
+    EXPECT_EQ(capture.Texts("LoggingFunction"),
+              (Texts{"+", "File size : 1 Bytes", "Failed to read contents ", "-"}));
+  }
+  LogCapture errorsOnly(0x80000000u);
   LoggingFunction(&evaluations);
-  std::vector<LogLine> lines = capture.Lines();
-  ASSERT_EQ(lines.size(), 4u);
-  EXPECT_EQ(LevelsOf(lines), (std::vector<int>{23, 23, 31, 23}));
-  EXPECT_EQ(capture.Texts("LoggingFunction"),
-            (std::vector<std::string>{"+", "File size : 1 Bytes", "Failed to read contents ", "-"}));
-}
-
-TEST(EvLogMacros, DisabledLevelDoesNotEvaluateTheArguments) {
-  LogCapture capture(0x80000000u);
-  int evaluations = 0;
-  LoggingFunction(&evaluations);
-  EXPECT_EQ(evaluations, 0);
-  EXPECT_EQ(capture.Texts(), (std::vector<std::string>{"Failed to read contents "}));
+  EXPECT_EQ(evaluations, 1);
+  EXPECT_EQ(errorsOnly.Texts(), Texts{"Failed to read contents "});
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Thread naming and scheduling priority of the calling thread. Each case runs
-// on a thread of its own so that the test runner's thread is left untouched.
+// Thread naming and scheduling priority of the calling thread, on a thread
+// of its own so that the test runner's thread is left untouched.
 #include "platform/thread.h"
 
 #include <pthread.h>
@@ -12,27 +12,14 @@
 
 namespace {
 
-std::string NameOfThisThread() {
-  char name[64] = {0};
-  pthread_getname_np(pthread_self(), name, sizeof name);
-  return name;
-}
-
-TEST(ThreadName, NamesTheCallingThread) {
-  std::string named, truncated;
-  std::thread([&] {
-    platform::SetCurrentThreadName("USBReadThread");
-    named = NameOfThisThread();
-    platform::SetCurrentThreadName("a-name-longer-than-fifteen");
-    truncated = NameOfThisThread();
-  }).join();
-  EXPECT_EQ(named, "USBReadThread");
-  EXPECT_EQ(truncated, "a-name-longer-t");
-}
-
-TEST(ThreadPriority, RefusedChangeLeavesTheDefaultPolicyAlone) {
+TEST(Thread, NamesTheCallerAndARefusedPriorityChangeLeavesItsPolicyAlone) {
+  char named[16] = {}, truncated[16] = {};
   int policy = -1, before = -1, result = 0, after = -1, policyAfter = -1;
   std::thread([&] {
+    platform::SetCurrentThreadName("USBReadThread");
+    pthread_getname_np(pthread_self(), named, sizeof named);
+    platform::SetCurrentThreadName("a-name-longer-than-fifteen");
+    pthread_getname_np(pthread_self(), truncated, sizeof truncated);
     struct sched_param param {};
     pthread_getschedparam(pthread_self(), &policy, &param);
     before = platform::CurrentThreadPriority();
@@ -40,6 +27,8 @@ TEST(ThreadPriority, RefusedChangeLeavesTheDefaultPolicyAlone) {
     after = platform::CurrentThreadPriority();
     pthread_getschedparam(pthread_self(), &policyAfter, &param);
   }).join();
+  EXPECT_STREQ(named, "USBReadThread");
+  EXPECT_STREQ(truncated, "a-name-longer-t");
   if (policy != SCHED_OTHER) GTEST_SKIP() << "runner not under the default policy";
   EXPECT_EQ(before, 0);
   EXPECT_NE(result, 0);

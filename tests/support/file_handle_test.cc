@@ -13,56 +13,33 @@
 namespace {
 
 using testsupport::LogCapture;
-using testsupport::LogLine;
 using testsupport::OutputCapture;
+using Texts = std::vector<std::string>;
 
 bool IsOpen(int fd) { return fcntl(fd, F_GETFD) != -1 || errno != EBADF; }
-
 int OpenSomething() { return open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
-TEST(FileHandle, NegativeDescriptorIsReportedWithTheCurrentErrno) {
+TEST(FileHandle, NegativeDescriptorIsPrintedWhateverTheMaskAndLogged) {
+  for (uint32_t mask : {0x80800000u, 0u}) {
+    LogCapture log(mask);
+    OutputCapture out;
+    errno = ENOENT;
+    { FileHandle handle(-1); }
+    EXPECT_EQ(out.Finish(), "Error opening file. FD: -1 / Error no: 2 \n");
+    EXPECT_EQ(log.Described(),
+              mask == 0 ? Texts{} : Texts{"31:FileHandle:Error opening file. FD: -1 / Error no: 2 "});
+  }
+}
+
+TEST(FileHandle, ClosesItsOwnDescriptorOnceAndNeverALaterOneOfTheSameNumber) {
   LogCapture log;
   OutputCapture out;
-  errno = ENOENT;
-  {
-    FileHandle handle(-1);
-    EXPECT_EQ(static_cast<int>(handle), -1);
-  }
-  EXPECT_EQ(out.Finish(), "Error opening file. FD: -1 / Error no: 2 \n");
-  std::vector<LogLine> lines = log.Lines();
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].level, 31);
-  EXPECT_EQ(lines[0].function, "FileHandle");
-  EXPECT_EQ(lines[0].text, "Error opening file. FD: -1 / Error no: 2 ");
-}
-
-TEST(FileHandle, ReportIsPrintedWhateverTheLogMask) {
-  LogCapture log(0);
-  OutputCapture out;
-  errno = EACCES;
-  FileHandle handle(-1);
-  EXPECT_EQ(out.Finish(), "Error opening file. FD: -1 / Error no: 13 \n");
-  EXPECT_TRUE(log.Lines().empty());
-}
-
-TEST(FileHandle, ClosesItsDescriptorAtTheEndOfItsScope) {
   int fd = OpenSomething();
   ASSERT_GE(fd, 0);
-  LogCapture log;
-  OutputCapture out;
-  {
-    FileHandle handle(fd);
-    EXPECT_EQ(static_cast<int>(handle), fd);
-    EXPECT_TRUE(IsOpen(fd));
-  }
+  { FileHandle handle(fd); }
   EXPECT_FALSE(IsOpen(fd));
-  EXPECT_EQ(out.Finish(), "");
-  EXPECT_TRUE(log.Lines().empty());
-}
 
-TEST(FileHandle, CloseNowLeavesALaterDescriptorWithTheSameNumberAlone) {
-  int fd = OpenSomething();
-  ASSERT_GE(fd, 0);
+  fd = OpenSomething();
   int reused = -1;
   {
     FileHandle handle(fd);
@@ -74,6 +51,8 @@ TEST(FileHandle, CloseNowLeavesALaterDescriptorWithTheSameNumberAlone) {
   }
   EXPECT_TRUE(IsOpen(reused));
   close(reused);
+  EXPECT_EQ(out.Finish(), "");
+  EXPECT_TRUE(log.Lines().empty());
 }
 
 }  // namespace

@@ -15,65 +15,46 @@
 namespace {
 
 using testsupport::LogCapture;
-using testsupport::LogLine;
 using testsupport::OutputCapture;
+using Texts = std::vector<std::string>;
 
-class SyncFailureTest : public testing::Test {
- protected:
-  ~SyncFailureTest() override {
-    sync_internal::SetInitFunctions(nullptr, nullptr);
-    sync_internal::SetDestroyFunctions(nullptr, nullptr);
+// What() of the runtime error that `make` throws, or "" without one.
+template <typename Make>
+std::string ErrorOf(Make make) {
+  try {
+    make();
+  } catch (const std::runtime_error& error) {
+    return error.what();
   }
-  // What() of the runtime error that `make` throws, or "" without one.
-  template <typename Make>
-  static std::string ErrorOf(Make make) {
-    try {
-      make();
-    } catch (const std::runtime_error& error) {
-      return error.what();
-    }
-    return "";
-  }
-  LogCapture m_log;
-};
-
-void ExpectOneErrorLine(const std::vector<LogLine>& lines, const std::string& function,
-                        const std::string& text) {
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_EQ(lines[0].level, 31);
-  EXPECT_EQ(lines[0].function, function);
-  EXPECT_EQ(lines[0].text, text);
+  return "";
 }
 
-TEST_F(SyncFailureTest, FailedMutexInitIsReportedAndThrown) {
+TEST(Sync, FailedInitIsPrintedLoggedAndThrown) {
+  LogCapture log;
+  OutputCapture out;
   sync_internal::SetInitFunctions([](pthread_mutex_t*) { return EAGAIN; }, nullptr);
-  OutputCapture out;
   EXPECT_EQ(ErrorOf([] { Mutex mutex; }), "Failed to create mutex");
-  EXPECT_EQ(out.Finish(), "Failed to create mutex: 11\n");
-  ExpectOneErrorLine(m_log.Lines(), "Mutex", "Failed to create mutex: 11 ");
-}
-
-TEST_F(SyncFailureTest, FailedCondInitIsReportedAndThrown) {
   sync_internal::SetInitFunctions(nullptr, [](pthread_cond_t*) { return ENOMEM; });
-  OutputCapture out;
   EXPECT_EQ(ErrorOf([] { Mutex mutex; }), "");
   EXPECT_EQ(ErrorOf([] { Cond cond; }), "Failed to create cond");
-  EXPECT_EQ(out.Finish(), "Failed to create cond: 12\n");
-  ExpectOneErrorLine(m_log.Lines(), "Cond", "Failed to create cond: 12");
+  sync_internal::SetInitFunctions(nullptr, nullptr);
+  EXPECT_EQ(out.Finish(), "Failed to create mutex: 11\nFailed to create cond: 12\n");
+  EXPECT_EQ(log.Described(),
+            (Texts{"31:Mutex:Failed to create mutex: 11 ", "31:Cond:Failed to create cond: 12"}));
 }
 
-TEST_F(SyncFailureTest, FailedDestroyIsReportedWithoutThrowing) {
+TEST(Sync, FailedDestroyIsReportedWithoutThrowing) {
+  LogCapture log;
+  OutputCapture out;
   sync_internal::SetDestroyFunctions(
       [](pthread_mutex_t* mutex) { pthread_mutex_destroy(mutex); return EBUSY; },
       [](pthread_cond_t* cond) { pthread_cond_destroy(cond); return EINVAL; });
-  OutputCapture out;
   EXPECT_EQ(ErrorOf([] { Mutex mutex; }), "");
   EXPECT_EQ(ErrorOf([] { Cond cond; }), "");
+  sync_internal::SetDestroyFunctions(nullptr, nullptr);
   EXPECT_EQ(out.Finish(), "Failed to destroy mutex: 16\nFailed to destroy cond: 22\n");
-  std::vector<LogLine> lines = m_log.Lines();
-  ASSERT_EQ(lines.size(), 2u);
-  ExpectOneErrorLine({lines[0]}, "~Mutex", "Failed to destroy mutex: 16");
-  ExpectOneErrorLine({lines[1]}, "~Cond", "Failed to destroy cond: 22");
+  EXPECT_EQ(log.Described(), (Texts{"31:~Mutex:Failed to destroy mutex: 16",
+                                    "31:~Cond:Failed to destroy cond: 22"}));
 }
 
 }  // namespace

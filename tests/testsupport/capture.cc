@@ -52,4 +52,22 @@ std::vector<std::string> LogCapture::Texts(const std::string& function) const {
   return texts;
 }
 
+std::vector<std::string> LogCapture::Levelled(const std::string& function) const {
+  std::vector<std::string> texts;
+  for (const LogLine& line : Lines()) {
+    if (function.empty() || line.function == function) {
+      texts.push_back(std::to_string(line.level) + ":" + line.text);
+    }
+  }
+  return texts;
+}
+
+std::vector<std::string> LogCapture::Described() const {
+  std::vector<std::string> texts;
+  for (const LogLine& line : Lines()) {
+    texts.push_back(std::to_string(line.level) + ":" + line.function + ":" + line.text);
+  }
+  return texts;
+}
+
 }  // namespace testsupport

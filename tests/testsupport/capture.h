@@ -37,6 +37,10 @@ class LogCapture {
   std::vector<LogLine> Lines() const;
   // Texts logged by `function` (any function when empty), in order.
   std::vector<std::string> Texts(const std::string& function = "") const;
+  // The same as "level:text", for exact comparison in one go.
+  std::vector<std::string> Levelled(const std::string& function = "") const;
+  // Every line as "level:function:text".
+  std::vector<std::string> Described() const;
 
  private:
   static void Sink(void* self, int line, int level, const char* function, const char* text);
