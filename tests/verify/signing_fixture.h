@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/hxlog/hxlog.h"
 #include "tests/testsupport/capture.h"
 #include "tests/testsupport/temp_dir.h"
 #include "tools/pki/pki.h"
@@ -46,16 +45,6 @@ struct Chain {
 inline std::vector<unsigned char> InEntryBuffer(std::vector<unsigned char> der) {
   der.resize(4096, 0xA5);
   return der;
-}
-
-// Log lines of `function` as "level:text".
-inline std::vector<std::string> Logged(const testsupport::LogCapture& log,
-                                       const std::string& function) {
-  std::vector<std::string> lines;
-  for (const testsupport::LogLine& line : log.Lines()) {
-    if (line.function == function) lines.push_back(std::to_string(line.level) + ":" + line.text);
-  }
-  return lines;
 }
 
 // Runs the test in UTC, restoring the process's time zone afterwards.

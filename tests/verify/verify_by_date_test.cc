@@ -25,17 +25,16 @@ using testsupport::ReadFile;
 using testsupport::WriteFile;
 using verifytest::Chain;
 using verifytest::kManifest;
+using Der = std::vector<unsigned char>;
 
 class VerifyByDateTest : public verifytest::SigningTest {
  protected:
   VerifyByDateTest() : der(dir.file("Version.der")), manifest(dir.file("Version.inf")) {}
 
-  unsigned int Verify(const std::string& derPath, const std::string& trust,
-                      const std::vector<unsigned char>& bytes) {
+  unsigned int Verify(const std::string& derPath, const std::string& trust, const Der& bytes) {
     return openSSL_VerifyBasedOnDate(derPath.c_str(), trust.c_str(), bytes.data(),
                                      static_cast<int>(bytes.size()));
   }
-
   std::string RemoveFailed(const std::string& path) {
     return "Remove Failed -" + path + " / Err: " + std::to_string(ENOENT);
   }
@@ -46,17 +45,16 @@ class VerifyByDateTest : public verifytest::SigningTest {
 
 TEST_F(VerifyByDateTest, ExpiredSignerValidAtBuiltInTimeWritesManifestBesideDer) {
   Chain chain;
-  const std::string trust = TrustChain(chain);
   LogCapture log;
   OutputCapture out;
-  EXPECT_EQ(KALU_NO_ERR, Verify(der, trust, pki::SignPkcs7Der(kManifest, chain.signer)));
+  EXPECT_EQ(KALU_NO_ERR, Verify(der, TrustChain(chain), pki::SignPkcs7Der(kManifest, chain.signer)));
   EXPECT_EQ(RemoveFailed(manifest), out.Finish());
   EXPECT_EQ(kManifest, ReadFile(manifest));
   EXPECT_EQ((std::vector<std::string>{"23:+", "31:" + RemoveFailed(manifest) + " ", "23:-"}),
-            verifytest::Logged(log, "openSSL_VerifyBasedOnDate"));
+            log.Levelled("openSSL_VerifyBasedOnDate"));
 }
 
-TEST_F(VerifyByDateTest, SignerValidOnlyAfterBuiltInTimeFails) {
+TEST_F(VerifyByDateTest, SignerValidOnlyAfterBuiltInTimeFailsWithTheLibrarysCode) {
   Chain chain(pki::UtcTime(2015, 4, 7, 17, 15, 7));
   const std::string trust = TrustChain(chain);
   LogCapture log;
@@ -72,148 +70,105 @@ TEST_F(VerifyByDateTest, SignerValidOnlyAfterBuiltInTimeFails) {
                 "\nError details=" + details + "\nVerification failed on given DerFile:" + der +
                 ", CertFile:" + trust + " \n",
             printed);
-  const std::vector<std::string> logged = verifytest::Logged(log, "openSSL_VerifyBasedOnDate");
+  const std::vector<std::string> logged = log.Levelled("openSSL_VerifyBasedOnDate");
   ASSERT_EQ(4u, logged.size());
   EXPECT_EQ("23:Verification failed on given DerFile:" + der + ", CertFile:" + trust, logged[2]);
 }
 
-TEST_F(VerifyByDateTest, RefusesSignerOutsideTheTrustFile) {
-  Chain chain;
-  Chain stranger;
-  const std::string trust = TrustFile({stranger.root.cert.get()});
-  EXPECT_EQ(SIGN_ERR01, Verify(der, trust, pki::SignPkcs7Der(kManifest, chain.signer)));
-}
-
-TEST_F(VerifyByDateTest, RefusesTamperedContent) {
-  Chain chain;
-  const std::string trust = TrustChain(chain);
-  std::vector<unsigned char> bytes = pki::SignPkcs7Der(kManifest, chain.signer);
-  const std::string marker = "PartNumber=4711";
-  auto at = std::search(bytes.begin(), bytes.end(), marker.begin(), marker.end());
-  ASSERT_NE(bytes.end(), at);
-  at[marker.size() - 1] = '2';
-  EXPECT_EQ(SIGN_ERR01, Verify(der, trust, bytes));
-}
-
-TEST_F(VerifyByDateTest, StaleManifestIsDeletedBeforeAFailedCheck) {
-  Chain chain;
-  WriteFile(manifest, "stale");
-  OutputCapture out;
-  EXPECT_EQ(SIGN_ERR01,
-            Verify(der, dir.file("missing.pem"), pki::SignPkcs7Der(kManifest, chain.signer)));
-  EXPECT_EQ(std::string::npos, out.Finish().find("Remove Failed"));
-  EXPECT_FALSE(FileExists(manifest));
-}
-
 // The certificates carried in the structure do not help: the chain must be
 // built from the certificate file alone, which may anchor it at any level.
-TEST_F(VerifyByDateTest, ChainIsBuiltFromTheCertificateFileAlone) {
-  Chain chain;
-  const std::vector<unsigned char> carryingIntermediate = pki::SignPkcs7Der(
-      kManifest, chain.signer, {chain.signer.cert.get(), chain.intermediate.cert.get()});
+TEST_F(VerifyByDateTest, ChainIsBuiltFromTheCertificateFileAloneAndTheContentIsChecked) {
+  Chain chain, stranger;
+  const Der carrying = pki::SignPkcs7Der(kManifest, chain.signer,
+                                         {chain.signer.cert.get(), chain.intermediate.cert.get()});
   OutputCapture out;
-  EXPECT_EQ(SIGN_ERR01, Verify(der, TrustFile({chain.root.cert.get()}), carryingIntermediate));
-  EXPECT_EQ(KALU_NO_ERR, Verify(der, TrustChain(chain), carryingIntermediate));
-  EXPECT_EQ(KALU_NO_ERR,
-            Verify(der, TrustFile({chain.intermediate.cert.get()}), carryingIntermediate));
+  EXPECT_EQ(SIGN_ERR01, Verify(der, TrustFile({stranger.root.cert.get()}), carrying));
+  EXPECT_EQ(SIGN_ERR01, Verify(der, TrustFile({chain.root.cert.get()}), carrying));
+  EXPECT_EQ(KALU_NO_ERR, Verify(der, TrustFile({chain.intermediate.cert.get()}), carrying));
   EXPECT_EQ(KALU_NO_ERR, Verify(der, TrustFile({chain.signer.cert.get()}),
                                 pki::SignPkcs7Der(kManifest, chain.signer)));
+
+  Der tampered = pki::SignPkcs7Der(kManifest, chain.signer);
+  const std::string marker = "PartNumber=4711";
+  auto at = std::search(tampered.begin(), tampered.end(), marker.begin(), marker.end());
+  ASSERT_NE(tampered.end(), at);
+  at[marker.size() - 1] = '2';
+  EXPECT_EQ(SIGN_ERR01, Verify(der, TrustChain(chain), tampered));
 }
 
 TEST_F(VerifyByDateTest, UnusableInputsAreReported) {
   Chain chain;
   const std::string trust = TrustFile({chain.root.cert.get()});
-  const std::vector<unsigned char> garbage(64, 0x30);
-  const std::string removeFailed = RemoveFailed(manifest);
+  const std::string notPem = dir.file("not.pem"), missing = dir.file("missing.pem");
+  WriteFile(notPem, "-----BEGIN NONSENSE-----\n");
+  const Der garbage(64, 0x30), good = pki::SignPkcs7Der(kManifest, chain.signer);
   struct Case {
-    const unsigned char* bytes;
-    int length;
-    std::string printed;
-    std::string logged;
+    const Der* bytes;
+    std::string trust, printed, logged;
   } cases[] = {
-      {nullptr, 0, "ERR: File open failed\n", "31:ERR: File open failed"},
-      {garbage.data(), 64, "ERR: Extracing PKCS7 failed\n", "31:ERR: Extracing PKCS7 failed"},
+      {nullptr, trust, "ERR: File open failed\n", "31:ERR: File open failed"},
+      {&garbage, trust, "ERR: Extracing PKCS7 failed\n", "31:ERR: Extracing PKCS7 failed"},
+      {&good, notPem, "Error loading file " + notPem + "\nERR: Failed to create store!",
+       "31:ERR: Failed to create store!"},
+      {&good, missing, "Error loading file " + missing + "\nERR: Failed to create store!",
+       "31:ERR: Failed to create store!"},
   };
   for (const Case& c : cases) {
     LogCapture log;
     OutputCapture out;
-    EXPECT_EQ(SIGN_ERR01, openSSL_VerifyBasedOnDate(der.c_str(), trust.c_str(), c.bytes, c.length));
-    EXPECT_EQ(removeFailed + c.printed, out.Finish());
-    EXPECT_EQ(c.logged, verifytest::Logged(log, "openSSL_VerifyBasedOnDate").at(2));
+    EXPECT_EQ(SIGN_ERR01, openSSL_VerifyBasedOnDate(der.c_str(), c.trust.c_str(),
+                                                    c.bytes ? c.bytes->data() : nullptr,
+                                                    c.bytes ? static_cast<int>(c.bytes->size()) : 0));
+    EXPECT_EQ(RemoveFailed(manifest) + c.printed, out.Finish());
+    EXPECT_EQ(c.logged, log.Levelled("openSSL_VerifyBasedOnDate").at(2));
   }
 }
 
-TEST_F(VerifyByDateTest, CertificateFileThatCannotBeLoadedFailsTheStore) {
+TEST_F(VerifyByDateTest, OutputFileIsDeletedFirstAndAnUnwritableOneStillVerifies) {
   Chain chain;
-  const std::string notPem = dir.file("trust.pem");
-  WriteFile(notPem, "-----BEGIN NONSENSE-----\n");
-  for (const std::string& trust : {notPem, dir.file("missing.pem")}) {
-    LogCapture log;
-    OutputCapture out;
-    EXPECT_EQ(SIGN_ERR01, Verify(der, trust, pki::SignPkcs7Der(kManifest, chain.signer)));
-    EXPECT_EQ(
-        RemoveFailed(manifest) + "Error loading file " + trust + "\nERR: Failed to create store!",
-        out.Finish());
-    EXPECT_EQ("31:ERR: Failed to create store!",
-              verifytest::Logged(log, "openSSL_VerifyBasedOnDate").at(2));
-  }
-}
+  WriteFile(manifest, "stale");
+  OutputCapture failed;
+  EXPECT_EQ(SIGN_ERR01,
+            Verify(der, dir.file("missing.pem"), pki::SignPkcs7Der(kManifest, chain.signer)));
+  EXPECT_EQ(std::string::npos, failed.Finish().find("Remove Failed"));
+  EXPECT_FALSE(FileExists(manifest));
 
-TEST_F(VerifyByDateTest, UnwritableManifestStillVerifies) {
-  Chain chain;
-  const std::string trust = TrustChain(chain);
   const std::string missingDir = dir.file("absent");
   LogCapture log;
   OutputCapture out;
-  EXPECT_EQ(KALU_NO_ERR,
-            Verify(missingDir + "/Version.der", trust, pki::SignPkcs7Der(kManifest, chain.signer)));
+  EXPECT_EQ(KALU_NO_ERR, Verify(missingDir + "/Version.der", TrustChain(chain),
+                                pki::SignPkcs7Der(kManifest, chain.signer)));
   EXPECT_EQ(RemoveFailed(missingDir + "/Version.inf") + "ERR: Failed to create output file!\n",
             out.Finish());
   EXPECT_EQ("31:ERR: Failed to create output file!",
-            verifytest::Logged(log, "openSSL_VerifyBasedOnDate").at(2));
+            log.Levelled("openSSL_VerifyBasedOnDate").at(2));
   EXPECT_FALSE(FileExists(missingDir + "/Version.inf"));
 }
 
-// The manifest path is the DER path with its last three characters replaced.
-class ManifestPathTest : public VerifyByDateTest {
- protected:
-  void SetUp() override {
-    VerifyByDateTest::SetUp();
-    char cwd[PATH_MAX];
-    ASSERT_NE(nullptr, getcwd(cwd, sizeof(cwd)));
-    m_savedCwd = cwd;
-    ASSERT_EQ(0, chdir(dir.path().c_str()));
-  }
-  void TearDown() override {
-    EXPECT_EQ(0, chdir(m_savedCwd.c_str()));
-    VerifyByDateTest::TearDown();
-  }
-
- private:
-  std::string m_savedCwd;
-};
-
-TEST_F(ManifestPathTest, ThreeCharacterPathWritesInfInTheWorkingDirectory) {
+// The manifest path is the DER path with its last three characters replaced:
+// a three-character path gives "inf" in the working directory, a shorter one
+// throws before anything is deleted.
+TEST_F(VerifyByDateTest, ManifestPathReplacesTheLastThreeCharactersOfTheDerPath) {
+  char cwd[PATH_MAX];
+  ASSERT_NE(nullptr, getcwd(cwd, sizeof(cwd)));
+  ASSERT_EQ(0, chdir(dir.path().c_str()));
   Chain chain;
+  const Der bytes = pki::SignPkcs7Der(kManifest, chain.signer);
   const std::string trust = TrustChain(chain);
   OutputCapture out;
-  EXPECT_EQ(KALU_NO_ERR, Verify("abc", trust, pki::SignPkcs7Der(kManifest, chain.signer)));
+  EXPECT_EQ(KALU_NO_ERR, Verify("abc", trust, bytes));
   EXPECT_EQ("Remove Failed -inf / Err: " + std::to_string(ENOENT), out.Finish());
   EXPECT_EQ(kManifest, ReadFile(dir.file("inf")));
-}
 
-TEST_F(ManifestPathTest, ShorterPathThrowsBeforeDeletingAnything) {
-  Chain chain;
-  const std::string trust = TrustFile({chain.root.cert.get()});
   for (const char* name : {"inf", "ab", "a", "nf", "f"}) WriteFile(dir.file(name), "keep");
-  const std::vector<unsigned char> bytes = pki::SignPkcs7Der(kManifest, chain.signer);
-  OutputCapture out;
+  OutputCapture silent;
   EXPECT_THROW(Verify("ab", trust, bytes), std::out_of_range);
   EXPECT_THROW(Verify("", trust, bytes), std::out_of_range);
-  EXPECT_EQ("", out.Finish());
+  EXPECT_EQ("", silent.Finish());
   for (const char* name : {"inf", "ab", "a", "nf", "f"}) {
     EXPECT_EQ("keep", ReadFile(dir.file(name))) << name;
   }
+  EXPECT_EQ(0, chdir(cwd));
 }
 
 }  // namespace
