@@ -75,37 +75,22 @@ class FileThreadsTest : public testing::Test {
   testsupport::TempDir dir;
 };
 
-platform::WriteCallCounts Since(const platform::WriteCallCounts& before) {
-  platform::WriteCallCounts now = platform::CurrentWriteCallCounts();
-  return {now.blockWrites - before.blockWrites, now.plainWrites - before.plainWrites};
-}
-
-TEST_F(FileThreadsTest, WholeChunksAreWrittenAsBlockWritesOnly) {
-  std::string data = package::GenerateContent(3 * kChunk, 1);
-  platform::WriteCallCounts before = platform::CurrentWriteCallCounts();
-  std::string digest = WriteThrough(data, dir.file("out"));
-  platform::WriteCallCounts calls = Since(before);
-  EXPECT_EQ(3u, calls.blockWrites);
-  EXPECT_EQ(0u, calls.plainWrites);
-  EXPECT_TRUE(testsupport::ReadFile(dir.file("out")) == data);
-  EXPECT_EQ(package::Sha256Hex(data), digest);
-}
-
-TEST_F(FileThreadsTest, AShortLastChunkLandsRightAfterTheBlocks) {
-  std::string data = package::GenerateContent(kChunk + 1, 2);
-  platform::WriteCallCounts before = platform::CurrentWriteCallCounts();
-  WriteThrough(data, dir.file("out"));
-  platform::WriteCallCounts calls = Since(before);
-  EXPECT_EQ(1u, calls.blockWrites);
-  EXPECT_EQ(1u, calls.plainWrites);
-  EXPECT_TRUE(testsupport::ReadFile(dir.file("out")) == data);
-}
-
-TEST_F(FileThreadsTest, FileLargerThanTheRingIsWrittenByteForByte) {
-  std::string data = package::GenerateContent(16 * 1024 * 1024 + 3 * kChunk + 77, 3, true);
-  std::string digest = WriteThrough(data, dir.file("big"));
-  EXPECT_TRUE(testsupport::ReadFile(dir.file("big")) == data);
-  EXPECT_EQ(package::Sha256Hex(data), digest);
+// Whole chunks go out as block writes, a short last one as a plain write
+// right after them; a file larger than the ring comes out byte for byte.
+TEST_F(FileThreadsTest, FilesAreWrittenByteForByteWithBlockWritesForWholeChunks) {
+  const std::pair<size_t, platform::WriteCallCounts> cases[] = {
+      {3 * kChunk, {3, 0}}, {kChunk + 1, {1, 1}}, {16 * 1024 * 1024 + 3 * kChunk + 77, {515, 1}}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.first);
+    const std::string data = package::GenerateContent(c.first, c.first, true);
+    const platform::WriteCallCounts before = platform::CurrentWriteCallCounts();
+    EXPECT_EQ(package::Sha256Hex(data), WriteThrough(data, dir.file("out")));
+    const platform::WriteCallCounts now = platform::CurrentWriteCallCounts();
+    EXPECT_EQ(c.second.blockWrites, now.blockWrites - before.blockWrites);
+    EXPECT_EQ(c.second.plainWrites, now.plainWrites - before.plainWrites);
+    EXPECT_TRUE(testsupport::ReadFile(dir.file("out")) == data);
+    g_hashResult.clear();
+  }
 }
 
 TEST_F(FileThreadsTest, DigestIsLowerCaseHexAndEmptyForNoHash) {
@@ -118,13 +103,12 @@ TEST_F(FileThreadsTest, DigestIsLowerCaseHexAndEmptyForNoHash) {
   ASSERT_EQ(1u, g_hashResult.count("none"));
   EXPECT_EQ("", g_hashResult["none"]);
   EXPECT_EQ("data", testsupport::ReadFile(dir.file("none")));
-}
 
-TEST_F(FileThreadsTest, FirstFileOfANameKeepsItsDigest) {
+  // The first file of a name keeps its digest.
+  g_hashResult.clear();
   Fill(StartFile("same", dir.file("one")), "first");
   Fill(StartFile("same", dir.file("two")), "second");
   EXPECT_FALSE(WaitForChildThreads());
-  EXPECT_EQ(1u, g_hashResult.size());
   EXPECT_EQ(package::Sha256Hex("first"), g_hashResult["same"]);
   EXPECT_TRUE(g_vectorOfTHashAndWriteBuffer.empty());
 }
@@ -143,11 +127,8 @@ TEST_F(FileThreadsTest, WriteFailureIsReportedAndTheRingKeepsMoving) {
   const std::string kLine = "Failed to write content: " + std::to_string(EBADF) + " 0\n";
   EXPECT_NE(std::string::npos, printed.find(kLine)) << printed;
   EXPECT_EQ(printed.find("Failed to write"), printed.rfind("Failed to write"));
-  bool logged = false;
-  for (const testsupport::LogLine& line : log.Lines()) {
-    logged = logged || (line.level == 31 && line.function == "writerThread" && line.text == kLine);
-  }
-  EXPECT_TRUE(logged);
+  const std::vector<std::string> logged = log.Described();
+  EXPECT_EQ(1, std::count(logged.begin(), logged.end(), "31:writerThread:" + kLine));
   EXPECT_EQ(1u, g_hashResult.count("lost"));
 }
 

@@ -44,19 +44,16 @@ class HashCompareTest : public testing::Test {
   Lines logged;
 };
 
-TEST_F(HashCompareTest, WithoutAManifestNothingIsCompared) {
+TEST_F(HashCompareTest, NothingIsComparedWithoutAManifestAndNothingWrittenPasses) {
+  List("listed but not in the package", kDigestA);
+  EXPECT_EQ(KALU_NO_ERR, Compare());
+  EXPECT_EQ("", printed);
   g_objKALU_Version_TPN->m_bVersionInfFound = false;
   g_hashResult["a"] = kDigestA;
   List("a", kDigestA);
   EXPECT_EQ(VER_ERR01, Compare());
   EXPECT_EQ("", printed);
   EXPECT_EQ((Lines{"+", "-"}), logged);
-}
-
-TEST_F(HashCompareTest, NothingWrittenPasses) {
-  List("listed but not in the package", kDigestA);
-  EXPECT_EQ(KALU_NO_ERR, Compare());
-  EXPECT_EQ("", printed);
 }
 
 TEST_F(HashCompareTest, EveryMatchIsPrintedAndLoggedInNameOrder) {
@@ -116,23 +113,20 @@ TEST_F(HashCompareTest, UpperCaseManifestDigestIsAMismatch) {
             logged);
 }
 
-TEST_F(HashCompareTest, DigestTextCountsUpToItsFirstNulAndNothingIsTrimmed) {
+// Digests compare as text up to the first NUL, untrimmed; names whole and
+// in case.
+TEST_F(HashCompareTest, DigestsAndNamesMustMatchExactly) {
   g_hashResult["f"] = kDigestA + std::string("\0tail", 5);
   List("f", kDigestA);
   EXPECT_EQ(KALU_NO_ERR, Compare());
-
   List("f", kDigestA + " ");
   EXPECT_EQ(SIGN_ERR02, Compare());
-}
-
-TEST_F(HashCompareTest, NamesMustMatchWholeAndInCase) {
   for (const char* listed : {"file", "dir/File"}) {
     SetUp();
     g_hashResult["dir/file"] = kDigestA;
     List(listed, kDigestA);
     EXPECT_EQ(SIGN_ERR02, Compare()) << listed;
-    EXPECT_EQ(0u, printed.find("!!!! File Not Found in Version.inf - [File Name] dir/file \n"))
-        << listed;
+    EXPECT_EQ(0u, printed.find("!!!! File Not Found in Version.inf - [File Name] dir/file \n"));
   }
 }
 
