@@ -91,35 +91,5 @@ TEST_F(ToolTest, InspectListsEntriesAndFilesThatDoNotMatch) {
   EXPECT_TRUE(run.OutHas("Result: FAILED\n"));
 }
 
-TEST_F(ToolTest, InspectNamesTheEntriesAtWhichTheExtractorStops) {
-  const std::string manifest = ManifestOf({{"a.bin", "a\n"}});
-  package::WritePackage(Path("pkg.tar.gz"),
-                        {Entry::File("Version.der", Sign(manifest)), Entry::File("a.bin", "a\n"),
-                         Entry::File("a.bin", "b\n"), Entry::File("Version.der", Sign(manifest)),
-                         Entry::Directory("dir"), Entry::File("x..y", "x\n")});
-
-  ToolRun run = Run({"inspect", "--cert", trust(), Path("pkg.tar.gz")});
-
-  EXPECT_EQ(run.exitStatus, 1);
-  EXPECT_TRUE(run.OutHas("Entries the extractor refuses:\n"
-                         "  a.bin: comes twice (PKG_ERR03 unless the data is the same)\n"
-                         "  Version.der: a second signed manifest (SIGN_ERR01)\n"
-                         "  dir/: empty or a directory (the extractor stops here)\n"
-                         "  x..y: name contains \"..\" (the extractor stops here)\n"))
-      << run.out;
-
-  // Without Version.der there is nothing to verify.
-  package::WritePackage(Path("bare.tar.gz"), {Entry::File("a.bin", "a\n")});
-  run = Run({"inspect", "--cert", trust(), Path("bare.tar.gz")});
-  EXPECT_EQ(run.exitStatus, 1);
-  EXPECT_TRUE(run.OutHas("Signature: no Version.der entry")) << run.out;
-
-  // Not a package at all.
-  testsupport::WriteFile(Path("junk.tar.gz"), package::GenerateContent(5000, 3));
-  run = Run({"inspect", "--cert", trust(), Path("junk.tar.gz")});
-  EXPECT_EQ(run.exitStatus, 1);
-  EXPECT_TRUE(run.ErrHas("cannot open")) << run.err;
-}
-
 }  // namespace
 }  // namespace tooltest

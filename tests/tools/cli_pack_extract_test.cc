@@ -150,33 +150,6 @@ TEST_F(ToolTest, FailedExtractionReportsTheStatusNameAndNumber) {
   EXPECT_EQ(ReadIfExists(kErrorReport), "SIGN_ERR02");
 }
 
-TEST_F(ToolTest, ProgressOnATerminalLeavesEveryLibraryLineOnStandardOutput) {
-  // Larger than the library's read ring, so that reading takes several draws.
-  Pack(Path("pkg.tar.gz"),
-       {Input("large.img", package::GenerateContent(12 << 20, 5)), Input("small", "s\n")});
-
-  ToolRun run = RunOnTerminal({"extract", "--cert", trust(), Path("pkg.tar.gz"), Path("out")});
-
-  ASSERT_EQ(run.exitStatus, 0) << run.terminal;
-  EXPECT_NE(run.terminal.find("100%"), std::string::npos) << run.terminal;
-  EXPECT_EQ(run.terminal.back(), '\n');
-  // The lines passed on through the display arrive whole, in order, and
-  // free of the display's control characters.
-  EXPECT_EQ(run.out.find('\r'), std::string::npos);
-  EXPECT_EQ(run.out.find('\033'), std::string::npos);
-  const std::vector<std::string> lines = {"Extraction Type: 1\n",
-                                          "Extracting file Name : large.img\n",
-                                          "HashValues are Same - [File Name] large.img \n",
-                                          "HashValues are Same - [File Name] small \n",
-                                          "Total Consumed Time = "};
-  size_t at = 0;
-  for (const std::string& line : lines) {
-    at = run.out.find(line, at);
-    ASSERT_NE(at, std::string::npos) << line << " in\n" << run.out;
-  }
-  EXPECT_TRUE(run.OutHas("2 file(s) extracted"));
-}
-
 TEST_F(ToolTest, UsageErrorsExitWithTwoAndHelpWithZero) {
   const std::vector<std::vector<std::string>> misuses = {
       {},

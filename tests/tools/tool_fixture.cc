@@ -1,7 +1,6 @@
 #include "tests/tools/tool_fixture.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <spawn.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -104,41 +103,6 @@ ToolRun ToolTest::Run(const std::vector<std::string>& args, const std::vector<st
   run.exitStatus = ExitStatus(status);
   run.out = ReadIfExists(outPath);
   run.err = ReadIfExists(errPath);
-  return run;
-}
-
-ToolRun ToolTest::RunOnTerminal(const std::vector<std::string>& args) {
-  int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) {
-    throw std::runtime_error("no pseudo-terminal");
-  }
-  const std::string outPath = Path("tool.out");
-  SpawnActions actions;
-  actions.openAs(STDOUT_FILENO, outPath, O_WRONLY | O_CREAT | O_TRUNC);
-  actions.openAs(STDERR_FILENO, ptsname(master), O_RDWR | O_NOCTTY);
-  pid_t pid = Spawn(args, {}, actions);
-
-  // The terminal is read while the tool runs, so that it never blocks on a
-  // full terminal buffer; once it has ended, what is left is read.
-  ToolRun run;
-  int status = 0;
-  bool ended = false;
-  for (;;) {
-    pollfd input{master, POLLIN, 0};
-    if (poll(&input, 1, 50) > 0) {
-      char buffer[4096];
-      ssize_t count = read(master, buffer, sizeof buffer);
-      if (count > 0) {
-        run.terminal.append(buffer, static_cast<size_t>(count));
-        continue;
-      }
-    }
-    if (ended) break;
-    ended = waitpid(pid, &status, WNOHANG) == pid;
-  }
-  close(master);
-  run.exitStatus = ExitStatus(status);
-  run.out = ReadIfExists(outPath);
   return run;
 }
 

@@ -25,7 +25,6 @@ struct ToolRun {
   int exitStatus = -1;  // -1 when the tool did not exit normally
   std::string out;
   std::string err;
-  std::string terminal;  // what went to the terminal (RunOnTerminal)
 
   bool OutHas(const std::string& text) const { return out.find(text) != std::string::npos; }
   bool ErrHas(const std::string& text) const { return err.find(text) != std::string::npos; }
@@ -39,9 +38,6 @@ class ToolTest : public ::testing::Test {
   // going to files; `env` entries ("NAME=value") are added to the
   // environment.
   ToolRun Run(const std::vector<std::string>& args, const std::vector<std::string>& env = {});
-  // The same with standard error on a pseudo-terminal, so that the tool
-  // shows its progress display there.
-  ToolRun RunOnTerminal(const std::vector<std::string>& args);
 
   // Writes an input file into the test's "in" directory; returns its path.
   std::string Input(const std::string& name, const std::string& contents);
