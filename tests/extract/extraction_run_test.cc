@@ -173,34 +173,5 @@ TEST_F(ExtractionRunTest, SuccessiveRunsStartFromTheSameState) {
   EXPECT_EQ(g_bAbortExecution.load(), 0);
 }
 
-TEST(RunStateTest, ResetEmptiesTheRunStateAndReplacesTheManifestObject) {
-  g_certificateFilePath = "c";
-  g_srcFilePath = "s";
-  g_dstDirPath = "d";
-  g_interesetedFileName = "i";
-  g_eExtractionType = EXTRACTION_EXCLUDE_FILE;
-  g_isExtractionCompleted = 1;
-  g_bAbortExecution = 1;
-  g_hashResult["x"] = "y";
-  ResetGlobalVariables();
-  ASSERT_NE(g_objKALU_Version_TPN, nullptr);
-  g_objKALU_Version_TPN->m_nFileCount = 7;
-
-  ResetGlobalVariables();
-
-  EXPECT_TRUE(g_certificateFilePath.empty() && g_srcFilePath.empty() && g_dstDirPath.empty());
-  EXPECT_FALSE(CheckParticularFileExtraction());
-  EXPECT_EQ(g_eExtractionType, EXTRACTION_FULL);
-  EXPECT_EQ(g_isExtractionCompleted.load(), 0);
-  EXPECT_EQ(g_bAbortExecution.load(), 0);
-  EXPECT_TRUE(g_hashResult.empty());
-  EXPECT_TRUE(g_vectorOfTHashAndWriteBuffer.empty());
-  ASSERT_NE(g_objKALU_Version_TPN, nullptr);
-  EXPECT_EQ(g_objKALU_Version_TPN->m_nFileCount, 0);
-  EXPECT_FALSE(g_objKALU_Version_TPN->m_bVersionInfFound);
-  EXPECT_DOUBLE_EQ(ticksPerSecond(), ticksPerSecond());
-  EXPECT_GT(ticksPerSecond(), 0.0);
-}
-
 }  // namespace
 }  // namespace runtest
