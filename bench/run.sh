@@ -112,6 +112,19 @@ median() {
   sort -g | awk '{ v[NR] = $1 } END { if (NR % 2) print v[(NR + 1) / 2]; else print (v[NR / 2] + v[NR / 2 + 1]) / 2 }'
 }
 
+# CPU time the whole machine has spent busy, in clock ticks.
+busy_ticks() {
+  awk '$1 == "cpu" { print $2 + $3 + $4 + $7 + $8 + $9; exit }' /proc/stat
+}
+
+# How much of the machine, while the commands were timed, went to anything
+# but their own processes: other users, and kernel threads such as writeback.
+other_load() {
+  awk -v hz="$(getconf CLK_TCK)" -v cpus="$(nproc)" '
+    { wall += $1; own += $2 + $3; busy += $4 / hz }
+    END { printf "%.0f%%", (wall > 0) ? 100 * (busy - own) / (wall * cpus) : 0 }' "$work/busy.txt"
+}
+
 # One timed command: appends "package command wall cpu rss_kib" to the
 # results. A run of ours is checked afterwards, outside the timing: every
 # file must be on disk with its digest, and the run must have succeeded
@@ -120,8 +133,11 @@ time_one() {
   local name=$1 label=$2 script=$3
   local pkg=$work/$name.pkg sums=$work/$name.sums dest=$work/dest.$((++runs)) status=0
   mkdir "$dest"; sync
+  local busy_before busy_after
+  busy_before=$(busy_ticks)
   pkg=$pkg dest=$dest sums=$sums /usr/bin/time -f '%e %U %S %M' -o "$work/time.out" \
     sh -c "$script" || status=$?
+  busy_after=$(busy_ticks)
   if [ "$label" = ours ]; then
     (cd "$dest" && sha256sum --quiet --strict -c "$sums") ||
       { log "ours left wrong files for $name"; exit 1; }
@@ -134,6 +150,7 @@ time_one() {
   [ "$status" = 0 ] || { log "$label failed on $name (exit $status)"; exit 1; }
   read -r wall user sys rss < <(tail -1 "$work/time.out")
   echo "$name $label $wall $(awk -v u="$user" -v s="$sys" 'BEGIN { print u + s }') $rss" >>"$results"
+  echo "$wall $user $sys $((busy_after - busy_before))" >>"$work/busy.txt"
   rm -rf "$dest"; sync
 }
 
@@ -242,6 +259,7 @@ chattr +T "$work" 2>/dev/null ||
   log "cannot mark $work as a top directory; file creation may be slowed by earlier runs"
 results=$work/results.txt
 : >"$results"
+: >"$work/busy.txt"
 : >"$work/ours.err"  # what ours says on standard error, for a failed run
 load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 started=$(date +%s)
@@ -249,7 +267,8 @@ for name in $packages; do bench_package "$name"; done
 load_after=$(cut -d' ' -f1-3 /proc/loadavg)
 
 {
-  echo "Mode $mode, $reps repetitions, $(($(date +%s) - started)) s; load average before $load_before, after $load_after."
+  echo "Mode $mode, $reps repetitions, $(($(date +%s) - started)) s; load average before $load_before, after $load_after;"
+  echo "while the commands ran, $(other_load) of the machine's CPU time went to other processes and kernel threads."
   echo
   machine
   echo
