@@ -131,7 +131,7 @@ other_load() {
 # unless the package's manifest could not list every file.
 time_one() {
   local name=$1 label=$2 script=$3
-  local pkg=$work/$name.pkg sums=$work/$name.sums dest=$work/dest.$((++runs)) status=0
+  local pkg=$work/$name.pkg sums=$work/$name.sums dest=$work/dest.$invocation.$((++runs)) status=0
   mkdir "$dest"; sync
   local busy_before busy_after
   busy_before=$(busy_ticks)
@@ -244,6 +244,7 @@ declare -A complete=()
 labels=(ours bsdtar tar+sha pigz)
 [ "$bounds" = 0 ] || labels+=(inflate sha256 write+sync files)
 runs=0
+invocation=$(date +%s%N)  # destination names never repeat an earlier run's
 notes=()
 install_missing libarchive-tools pigz time e2fsprogs
 build_tools
@@ -252,8 +253,9 @@ mkdir -p "$work"
 # creating a file in a block group where thousands of files were deleted in
 # the last minutes scans past every one of them, which would time the
 # previous run's clean-up rather than the extraction. With the top-directory
-# flag on the work directory, each destination is placed in a block group of
-# its own choosing, away from the runs before it.
+# flag on the work directory, ext4 places each destination in an empty block
+# group found from a hash of its name; names never used before keep the
+# destinations away from the groups of earlier runs.
 rm -rf "$work"/dest.* "$work/src"  # left by an interrupted run
 chattr +T "$work" 2>/dev/null ||
   log "cannot mark $work as a top directory; file creation may be slowed by earlier runs"
