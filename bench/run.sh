@@ -18,7 +18,7 @@
 #   tar+sha    tar -xzf PACKAGE -C DEST; sha256sum -c of every file; sync
 #   pigz       pigz -dc PACKAGE > /dev/null   (decompression alone)
 #
-# With --bounds, three more commands time the parts of a run one at a time:
+# With --bounds, four more commands time the parts of a run one at a time:
 #
 #   inflate    bsdtar -xOzf PACKAGE > /dev/null   (libarchive's inflate alone)
 #   sha256     openssl dgst -sha256 of every file, read from the page cache
@@ -31,9 +31,11 @@
 # (user + system), median peak resident memory of the largest process, and
 # the ratios of ours to each other command. Packages: large (one 512 MiB
 # image and three small files), many (2,000 files of 4 to 64 KiB), medium
-# (16 files of 24 MiB). A full run takes about 5 minutes on 2 cores; --quick
-# (smaller packages, 3 repetitions) about one minute; --smoke (tiny packages,
-# one repetition) checks that everything runs.
+# (16 files of 24 MiB). Besides the build, a full run takes about two and a
+# half minutes on 2 cores (--bounds included); --quick (smaller packages, 3
+# repetitions) about 15 seconds; --smoke (tiny packages, one repetition)
+# about a second, and checks that everything runs. docs/performance.md has
+# the figures of a full run and how to read them.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
