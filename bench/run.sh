@@ -130,7 +130,8 @@ other_load() {
 # One timed command: appends "package command wall cpu rss_kib" to the
 # results. A run of ours is checked afterwards, outside the timing: every
 # file must be on disk with its digest, and the run must have succeeded
-# unless the package's manifest could not list every file.
+# unless the package's manifest could not list every file, when it must
+# have failed.
 time_one() {
   local name=$1 label=$2 script=$3
   local pkg=$work/$name.pkg sums=$work/$name.sums dest=$work/dest.$invocation.$((++runs)) status=0
@@ -255,9 +256,9 @@ mkdir -p "$work"
 # creating a file in a block group where thousands of files were deleted in
 # the last minutes scans past every one of them, which would time the
 # previous run's clean-up rather than the extraction. With the top-directory
-# flag on the work directory, ext4 places each destination in an empty block
-# group found from a hash of its name; names never used before keep the
-# destinations away from the groups of earlier runs.
+# flag on the work directory, ext4 places each destination in a block group
+# with the fewest directories, searched from a hash of its name; names never
+# used before keep the destinations away from the groups of earlier runs.
 rm -rf "$work"/dest.* "$work/src"  # left by an interrupted run
 chattr +T "$work" 2>/dev/null ||
   log "cannot mark $work as a top directory; file creation may be slowed by earlier runs"
