@@ -6,6 +6,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,13 +27,6 @@ using testsupport::FileExists;
 using testsupport::PackageOptions;
 using testsupport::ReadFile;
 using testsupport::SignedManifest;
-
-// The reader was blocked on the full ring and stopped before the end.
-void ExpectStoppedEarly(const RunResult& run) {
-  EXPECT_TRUE(run.stalled);
-  EXPECT_GT(run.packageSize, kLargePackageBytes);
-  EXPECT_LT(run.bytesRead, run.packageSize);
-}
 
 TEST_F(ExtractionRunTest, MissingSourceFailsBeforeAnyThreadStarts) {
   RunResult run = Run(m_dir.file("no-such-package.tar.gz"));
@@ -155,103 +152,119 @@ TEST_F(ExtractionRunTest, CorruptManifestEntryFailsTheSignatureCheck) {
   EXPECT_TRUE(g_hashResult.empty());
 }
 
-TEST_F(ExtractionRunTest, UntrustedSignatureAbandonsTheFilesAlreadyStarted) {
+// A case in which the extract thread stops taking chunks before the end of a
+// large package, and what its run must show besides its status.
+struct StoppedEarlyCase {
+  std::string name;
+  std::vector<Entry> entries;
+  _KALU_Error status = KALU_ERR;
+  PackageOptions options;
+  const char* interested = nullptr;
+  bool abortWhileStalled = false;
+  std::vector<std::string> printedInOrder;
+  std::vector<std::string> notPrinted;
+  std::vector<testsupport::LogLine> logged;
+  std::map<std::string, std::string> written;  // file -> content
+  std::vector<std::string> absent;
+  std::string errorReport;  // checked when set
+  std::function<void()> more;
+};
+
+TEST_F(ExtractionRunTest, RunsThatStopBeforeTheEndEndWithTheStatusOfTheirCase) {
+  std::vector<StoppedEarlyCase> cases;
+  auto add = [&](const std::string& name, std::vector<Entry> entries,
+                 _KALU_Error status) -> StoppedEarlyCase& {
+    cases.push_back({});
+    cases.back().name = name;
+    cases.back().entries = std::move(entries);
+    cases.back().status = status;
+    return cases.back();
+  };
+  const Entry a = Entry::File("a", "a\n");
+  const std::string negativeSize = "Error: archive_entry_size(entry) returns negative value";
+
+  // An untrusted signature abandons the files already started.
   testsupport::TestSigner stranger(m_dir.file("stranger.pem"));
-  PackageOptions untrusted;
-  untrusted.versionDer = stranger.Sign("File1=stall.bin\n");
-  auto package = Build({Entry::File("a", "a\n"), SignedManifest(), LargeEntry("large")},
-                       untrusted);
+  StoppedEarlyCase* c = &add("untrusted signature",
+                             {a, SignedManifest(), LargeEntry("large")}, SIGN_ERR01);
+  c->options.versionDer = stranger.Sign("File1=stall.bin\n");
+  c->printedInOrder = {"Extracting file Name : a\n"};
+  c->notPrinted = {"Extracting file Name : large"};
+  c->more = [] { EXPECT_TRUE(g_hashResult.empty()); };
 
-  RunResult run = RunStalled(package.path);
+  c = &add("manifest failing its parsing", {SignedManifest(), LargeEntry("large")}, VER_ERR04);
+  c->options.manifestText = "Type=Full\nFile1=large\nFile2 Hash Value=00\n";
+  c->printedInOrder = {"Error: Version Inf Parsing Failed. Status :22 / VER_ERR04\n"};
+  c->errorReport = "VER_ERR04";
 
-  EXPECT_EQ(run.status, SIGN_ERR01);
-  ExpectStoppedEarly(run);
-  EXPECT_TRUE(run.Printed("Extracting file Name : a\n"));
-  EXPECT_TRUE(g_hashResult.empty());
-  EXPECT_FALSE(run.Printed("Extracting file Name : large"));
-}
-
-TEST_F(ExtractionRunTest, ManifestThatFailsParsingStopsTheRun) {
-  PackageOptions badManifest;
-  badManifest.manifestText = "Type=Full\nFile1=large\nFile2 Hash Value=00\n";
-  auto package = Build({SignedManifest(), LargeEntry("large")}, badManifest);
-
-  RunResult run = RunStalled(package.path);
-
-  EXPECT_EQ(run.status, VER_ERR04);
-  ExpectStoppedEarly(run);
-  EXPECT_TRUE(run.Printed("Error: Version Inf Parsing Failed. Status :22 / VER_ERR04\n"));
-  EXPECT_EQ(ErrorReport(), "VER_ERR04");
-}
-
-TEST_F(ExtractionRunTest, EmptyEntriesEndTheRunWithAPackageError) {
   for (const Entry& empty : {Entry::Directory("dir"), Entry::File("empty", "")}) {
-    auto package = Build({SignedManifest(), Entry::File("a", "a\n"), empty, LargeEntry("large")});
-    RunResult run = RunStalled(package.path);
-    EXPECT_EQ(run.status, PKG_ERR03) << empty.name;
-    ExpectStoppedEarly(run);
-    EXPECT_TRUE(run.Printed("Error: archive_entry_size(entry) returns negative value \n"));
-    EXPECT_TRUE(run.Logged(kLogError, "extractThread",
-                           "Error: archive_entry_size(entry) returns negative value"));
-    EXPECT_EQ(ReadFile(Out("a")), "a\n");
-    EXPECT_EQ(ErrorReport(), "PKG_ERR03");
+    c = &add("empty entry " + empty.name, {SignedManifest(), a, empty, LargeEntry("large")},
+             PKG_ERR03);
+    c->printedInOrder = {negativeSize + " \n"};
+    c->logged = {{kLogError, "extractThread", negativeSize}};
+    c->written = {{"a", "a\n"}};
+    c->errorReport = "PKG_ERR03";
   }
-}
-
-TEST_F(ExtractionRunTest, DotDotInANameStopsTheRunWithItsStatusUnchanged) {
-  auto package = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("file..txt", "x\n"),
-                        LargeEntry("large")});
-
-  RunResult run = RunStalled(package.path);
 
   // Nothing failed: what was written is compared and matches.
-  EXPECT_EQ(run.status, KALU_NO_ERR);
-  ExpectStoppedEarly(run);
-  EXPECT_TRUE(run.Printed("Zip: Entry file name contains - \"..\" \n"));
-  EXPECT_TRUE(run.Printed("HashValues are Same - [File Name] a \n"));
-  EXPECT_FALSE(FileExists(Out("file..txt")));
-  EXPECT_FALSE(run.Printed("Extracting file Name : large"));
-}
+  c = &add("\"..\" in a name",
+           {SignedManifest(), a, Entry::File("file..txt", "x\n"), LargeEntry("large")},
+           KALU_NO_ERR);
+  c->printedInOrder = {"Zip: Entry file name contains - \"..\" \n",
+                       "HashValues are Same - [File Name] a \n"};
+  c->notPrinted = {"Extracting file Name : large"};
+  c->absent = {"file..txt"};
 
-TEST_F(ExtractionRunTest, SingleFileAfterTheManifestEndsTheRunEarly) {
-  auto package = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("b", "b\n"),
-                        LargeEntry("large")});
+  c = &add("single file after the manifest",
+           {SignedManifest(), a, Entry::File("b", "b\n"), LargeEntry("large")}, KALU_NO_ERR);
+  c->interested = "b";
+  c->printedInOrder = {"Skipped File : a  from Extraction\n", "Extracting file Name : b\n",
+                       "HashValues are Same - [File Name] b \n"};
+  c->notPrinted = {"Skipped File : large"};
+  c->written = {{"b", "b\n"}};
+  c->absent = {"a"};
+  c->more = [] {
+    EXPECT_EQ(g_isExtractionCompleted.load(), 1);
+    EXPECT_EQ(g_hashResult.size(), 1u);
+  };
 
-  RunResult run = RunStalled(package.path, "b");
+  // Bytes after the end of the archive are not waited for.
+  c = &add("bytes after the archive", {SignedManifest(), a}, KALU_NO_ERR);
+  c->options.trailingBytes = kLargePackageBytes;
+  c->written = {{"a", "a\n"}};
 
-  EXPECT_EQ(run.status, KALU_NO_ERR);
-  ExpectStoppedEarly(run);
-  EXPECT_EQ(g_isExtractionCompleted.load(), 1);
-  EXPECT_EQ(ReadFile(Out("b")), "b\n");
-  EXPECT_FALSE(FileExists(Out("a")));
-  ExpectInOrder(run.output, {"Skipped File : a  from Extraction\n", "Extracting file Name : b\n",
-                             "HashValues are Same - [File Name] b \n"});
-  EXPECT_FALSE(run.Printed("Skipped File : large"));
-  EXPECT_EQ(g_hashResult.size(), 1u);
-}
+  c = &add("abort during the run", {SignedManifest(), LargeEntry("large")}, PKG_ERR03);
+  c->abortWhileStalled = true;
+  c->printedInOrder = {"Extraction Interrupted.\n", "Wait extractTid thread to join\n",
+                       "Error No :  38 / PKG_ERR03\n"};
+  c->logged = {{kLogInfo, "copyWithHash", "Extraction Interrupted."}};
 
-TEST_F(ExtractionRunTest, BytesAfterTheEndOfTheArchiveAreNotWaitedFor) {
-  PackageOptions trailing;
-  trailing.trailingBytes = kLargePackageBytes;
-  auto package = Build({SignedManifest(), Entry::File("a", "a\n")}, trailing);
+  for (const StoppedEarlyCase& one : cases) {
+    SCOPED_TRACE(one.name);
+    ClearDestination();
+    auto package = Build(one.entries, one.options);
 
-  RunResult run = RunStalled(package.path);
+    RunResult run = RunStalled(package.path, one.interested, [&] {
+      if (one.abortWhileStalled) AbortExtraction();
+    });
 
-  EXPECT_EQ(run.status, KALU_NO_ERR);
-  ExpectStoppedEarly(run);
-  EXPECT_EQ(ReadFile(Out("a")), "a\n");
-}
-
-TEST_F(ExtractionRunTest, AbortDuringARunEndsItWithAFailure) {
-  auto package = Build({SignedManifest(), LargeEntry("large")});
-
-  RunResult run = RunStalled(package.path, nullptr, [] { AbortExtraction(); });
-
-  EXPECT_EQ(run.status, PKG_ERR03);
-  ExpectStoppedEarly(run);
-  ExpectInOrder(run.output, {"Extraction Interrupted.\n", "Wait extractTid thread to join\n",
-                             "Error No :  38 / PKG_ERR03\n"});
-  EXPECT_TRUE(run.Logged(kLogInfo, "copyWithHash", "Extraction Interrupted."));
+    EXPECT_EQ(run.status, one.status);
+    // The reader was blocked on the full ring and stopped before the end.
+    EXPECT_TRUE(run.stalled);
+    EXPECT_GT(run.packageSize, kLargePackageBytes);
+    EXPECT_LT(run.bytesRead, run.packageSize);
+    ExpectInOrder(run.output, one.printedInOrder);
+    for (const std::string& text : one.notPrinted) EXPECT_FALSE(run.Printed(text)) << text;
+    for (const testsupport::LogLine& line : one.logged) {
+      EXPECT_TRUE(run.Logged(line.level, line.function, line.text)) << line.text;
+    }
+    for (const auto& file : one.written) EXPECT_EQ(ReadFile(Out(file.first)), file.second);
+    for (const std::string& name : one.absent) EXPECT_FALSE(FileExists(Out(name))) << name;
+    if (!one.errorReport.empty()) {
+      EXPECT_EQ(ErrorReport(), one.errorReport);
+    }
+    if (one.more) one.more();
+  }
 }
 
 TEST_F(ExtractionRunTest, ReadFailureEndsTheRunWithAPackageError) {

@@ -145,9 +145,4 @@ void HostileRunTest::ExpectSafeOutcome(const RunResult& run, const Digests& expe
   }
 }
 
-void HostileRunTest::ClearDestination() {
-  testsupport::RemoveTree(m_dest);
-  mkdir(m_dest.c_str(), 0755);
-}
-
 }  // namespace runtest

@@ -70,9 +70,6 @@ class HostileRunTest : public ExtractionRunTest {
   void ExpectSafeOutcome(const RunResult& run, const Digests& expected,
                          const std::string& manifestText, const std::string& context);
 
-  // Empties the destination for the next run of a loop.
-  void ClearDestination();
-
   std::string m_sentinel;
   std::set<std::string> m_dirBeforeRun;  // entries of the test directory
 };

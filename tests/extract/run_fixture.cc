@@ -158,6 +158,11 @@ RunResult ExtractionRunTest::RunWith(
   return result;
 }
 
+void ExtractionRunTest::ClearDestination() {
+  testsupport::RemoveTree(m_dest);
+  mkdir(m_dest.c_str(), 0755);
+}
+
 std::string ExtractionRunTest::ErrorReport() {
   return testsupport::FileExists(kErrorReportPath) ? testsupport::ReadFile(kErrorReportPath)
                                                    : "(no report file)";

@@ -65,6 +65,9 @@ class ExtractionRunTest : public ::testing::Test {
   RunResult RunStalled(const std::string& packagePath, const char* interested = nullptr,
                        const std::function<void()>& whileStalled = [] {});
 
+  // Empties the destination for the next run of a loop.
+  void ClearDestination();
+
   std::string Out(const std::string& name) const { return m_dest + "/" + name; }
   const std::string& certFile() const { return m_signer.certFile(); }
   static std::string ErrorReport();
