@@ -19,17 +19,56 @@ using testsupport::SignedManifest;
 
 const uint32_t kChunk = 32768;
 
-TEST_F(ExtractionRunTest, FullRunWritesEveryFileInOrderAndLeavesItsStateBehind) {
+// Each extraction type in turn, in one process: a single file with the
+// manifest after it runs to the end skipping the rest, an exclude run writes
+// everything but the named file, and a full run writes every file in order
+// and leaves its state behind until the next run.
+TEST_F(ExtractionRunTest, EachExtractionTypeWritesItsFilesAndRunsStartFromTheSameState) {
+  auto single = Build({Entry::File("a", "a\n"), Entry::File("b", "b\n"), SignedManifest(),
+                       Entry::File("c", "c\n")});
+  RunResult run = Run(single.path, "b");
+  EXPECT_EQ(run.status, KALU_NO_ERR);
+  EXPECT_EQ(ReadFile(Out("b")), "b\n");
+  EXPECT_FALSE(FileExists(Out("a")));
+  EXPECT_FALSE(FileExists(Out("c")));
+  ExpectInOrder(run.output, {"Extraction Type: 2\n", "Skipped File : a  from Extraction\n",
+                             "Extracting file Name : b\n", "Extracting file Name : Version.der\n",
+                             "Skipped File : c  from Extraction\n"});
+  EXPECT_TRUE(run.Logged(kLogInfo, "extractThread", "Skipped File : c  from Extraction"));
+  EXPECT_EQ(g_isExtractionCompleted.load(), 0);
+  EXPECT_EQ(g_eExtractionType, EXTRACTION_SINGLE_FILE);
+  EXPECT_TRUE(CheckParticularFileExtraction());
+  EXPECT_EQ(g_hashResult.size(), 1u);
+
+  ClearDestination();
+  auto exclude = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("b", "b\n"),
+                        Entry::File("c", "c\n")});
+  run = Run(exclude.path, "b", true);
+  EXPECT_EQ(run.status, KALU_NO_ERR);
+  EXPECT_TRUE(FileExists(Out("a")));
+  EXPECT_FALSE(FileExists(Out("b")));
+  EXPECT_TRUE(FileExists(Out("c")));
+  EXPECT_TRUE(run.Printed("Extraction Type: 3\n"));
+  EXPECT_TRUE(run.Printed("Excluded File : b  from Extraction\n"));
+  EXPECT_TRUE(run.Logged(kLogInfo, "extractThread", "Excluded File : b  from Extraction"));
+  EXPECT_EQ(g_hashResult.count("b"), 0u);
+  EXPECT_TRUE(CheckParticularFileExtraction());
+
+  // A full run after a selective one and an abort requested between runs,
+  // which has no effect on the next run.
+  AbortExtraction();
+  ClearDestination();
   mkdir(Out("dir").c_str(), 0755);
+  mkdir(Out("x").c_str(), 0755);
   std::vector<Entry> entries = {Entry::File("a.txt", "alpha\n"), SignedManifest(),
                                 Entry::Generated("dir/b.bin", 70000, 2),
                                 Entry::Generated("x/Version.der", 300, 3)};
-  mkdir(Out("x").c_str(), 0755);
   auto package = Build(entries);
 
-  RunResult run = Run(package.path);
+  run = Run(package.path);
 
   EXPECT_EQ(run.status, KALU_NO_ERR);
+  EXPECT_FALSE(run.Printed("Extraction Interrupted."));
   for (const Entry& entry : entries) {
     if (entry.name != "Version.der") {
       EXPECT_EQ(ReadFile(Out(entry.name)), EntryData(entry));
@@ -60,13 +99,15 @@ TEST_F(ExtractionRunTest, FullRunWritesEveryFileInOrderAndLeavesItsStateBehind) 
   EXPECT_EQ(g_dstDirPath, m_dest);
   EXPECT_EQ(g_certificateFilePath, certFile());
   EXPECT_EQ(g_eExtractionType, EXTRACTION_FULL);
+  EXPECT_TRUE(g_interesetedFileName.empty());
   EXPECT_FALSE(CheckParticularFileExtraction());
+  EXPECT_EQ(g_bAbortExecution.load(), 0);
   EXPECT_EQ(g_isExtractionCompleted.load(), 0);
   EXPECT_TRUE(g_vectorOfTHashAndWriteBuffer.empty());
   ASSERT_EQ(g_hashResult.size(), 3u);
   EXPECT_EQ(g_hashResult["dir/b.bin"], package::Sha256Hex(EntryData(entries[2])));
   ASSERT_NE(g_objKALU_Version_TPN, nullptr);
-  EXPECT_EQ(g_objKALU_Version_TPN->m_nFileCount, 3);
+  EXPECT_EQ(g_objKALU_Version_TPN->m_nFileCount, 3);  // a fresh object, parsed once
   EXPECT_EQ(g_objKALU_Version_TPN->m_strPartNumber, "TP-4711");
 }
 
@@ -86,42 +127,6 @@ TEST_F(ExtractionRunTest, FilesAroundTheChunkSizeAndAboveTheFileRingAreWrittenBy
   for (size_t i = 1; i < entries.size(); ++i) {
     EXPECT_TRUE(ReadFile(Out(entries[i].name)) == EntryData(entries[i])) << entries[i].name;
   }
-}
-
-TEST_F(ExtractionRunTest, SingleFileWithTheManifestAfterItRunsToTheEndSkippingTheRest) {
-  auto package = Build({Entry::File("a", "a\n"), Entry::File("b", "b\n"), SignedManifest(),
-                        Entry::File("c", "c\n")});
-
-  RunResult run = Run(package.path, "b");
-
-  EXPECT_EQ(run.status, KALU_NO_ERR);
-  EXPECT_EQ(ReadFile(Out("b")), "b\n");
-  EXPECT_FALSE(FileExists(Out("a")));
-  EXPECT_FALSE(FileExists(Out("c")));
-  ExpectInOrder(run.output, {"Extraction Type: 2\n", "Skipped File : a  from Extraction\n",
-                             "Extracting file Name : b\n", "Extracting file Name : Version.der\n",
-                             "Skipped File : c  from Extraction\n"});
-  EXPECT_TRUE(run.Logged(kLogInfo, "extractThread", "Skipped File : c  from Extraction"));
-  EXPECT_EQ(g_isExtractionCompleted.load(), 0);
-  EXPECT_EQ(g_eExtractionType, EXTRACTION_SINGLE_FILE);
-  EXPECT_TRUE(CheckParticularFileExtraction());
-  EXPECT_EQ(g_hashResult.size(), 1u);
-}
-
-TEST_F(ExtractionRunTest, ExcludeRunWritesEverythingButTheNamedFile) {
-  auto package = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("b", "b\n"),
-                        Entry::File("c", "c\n")});
-
-  RunResult run = Run(package.path, "b", true);
-
-  EXPECT_EQ(run.status, KALU_NO_ERR);
-  EXPECT_TRUE(FileExists(Out("a")));
-  EXPECT_FALSE(FileExists(Out("b")));
-  EXPECT_TRUE(FileExists(Out("c")));
-  EXPECT_TRUE(run.Printed("Extraction Type: 3\n"));
-  EXPECT_TRUE(run.Printed("Excluded File : b  from Extraction\n"));
-  EXPECT_TRUE(run.Logged(kLogInfo, "extractThread", "Excluded File : b  from Extraction"));
-  EXPECT_EQ(g_hashResult.count("b"), 0u);
 }
 
 TEST_F(ExtractionRunTest, EmptyButPresentNameSelectsByNameAndMatchesNoEntry) {
@@ -154,23 +159,6 @@ TEST_F(ExtractionRunTest, TwoEntriesOfOneNameKeepTheFirstDigestAndFailTheRun) {
   EXPECT_TRUE(run.Printed("Error: " + Out("dup") + " written twice with different contents\n"));
   EXPECT_EQ(g_hashResult["dup"], package::Sha256Hex("first\n"));
   EXPECT_TRUE(FileExists(Out("dup")));
-}
-
-TEST_F(ExtractionRunTest, SuccessiveRunsStartFromTheSameState) {
-  auto first = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("b", "b\n")});
-  ASSERT_EQ(Run(first.path, "b", true).status, KALU_NO_ERR);
-  EXPECT_TRUE(CheckParticularFileExtraction());
-  AbortExtraction();  // before a run: no effect on it
-
-  RunResult second = Run(first.path);
-
-  EXPECT_EQ(second.status, KALU_NO_ERR);
-  EXPECT_FALSE(second.Printed("Extraction Interrupted."));
-  EXPECT_EQ(g_eExtractionType, EXTRACTION_FULL);
-  EXPECT_TRUE(g_interesetedFileName.empty());
-  EXPECT_EQ(g_hashResult.size(), 2u);
-  EXPECT_EQ(g_objKALU_Version_TPN->m_nFileCount, 2);  // a fresh object, parsed once
-  EXPECT_EQ(g_bAbortExecution.load(), 0);
 }
 
 }  // namespace
