@@ -8,7 +8,6 @@
 // EV_LOAD_FILES the number of files in flight.
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <malloc.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -37,15 +36,6 @@ using testsupport::SignedManifest;
 // A 32-bit process has 4 GiB of address space: a file in flight costs its
 // 16 MiB ring and two thread stacks of 8 MiB, so about 125 fit.
 constexpr bool kNarrowAddressSpace = sizeof(void*) == 4;
-
-size_t CountEntries(const char* directory) {
-  size_t count = 0;
-  if (DIR* dir = opendir(directory)) {
-    while (const dirent* entry = readdir(dir)) count += entry->d_name[0] != '.';
-    closedir(dir);
-  }
-  return count;
-}
 
 // Bytes the allocator has handed out and not had back, mapped blocks (the
 // rings) included. Resident memory would also count what an emulator keeps

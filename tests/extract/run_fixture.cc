@@ -22,8 +22,6 @@ const char kErrorReportPath[] = "/tmp/extract_verify_error.txt";
 const char kReportUntouched[] = "untouched by the run";
 const uint64_t kLargePackageBytes = uint64_t{24} << 20;
 
-namespace {
-
 size_t CountEntries(const char* directory) {
   size_t count = 0;
   DIR* dir = opendir(directory);
@@ -34,6 +32,8 @@ size_t CountEntries(const char* directory) {
   closedir(dir);
   return count;
 }
+
+namespace {
 
 // Open descriptors and threads of this process.
 std::pair<size_t, size_t> CountResources() {

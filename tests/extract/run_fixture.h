@@ -81,6 +81,9 @@ class ExtractionRunTest : public ::testing::Test {
 // Checks that the texts occur in `output` in the given order.
 void ExpectInOrder(const std::string& output, const std::vector<std::string>& texts);
 
+// The entries of `directory`, "." and ".." aside (0 when it cannot be read).
+size_t CountEntries(const char* directory);
+
 // A large incompressible entry.
 package::Entry LargeEntry(const std::string& name);
 
