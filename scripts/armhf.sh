@@ -9,6 +9,9 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${1:-$root/build-armhf}
+# The sysroot is named in include and link paths, which must be absolute.
+mkdir -p "$build"
+build=$(cd "$build" && pwd)
 sysroot=$build/sysroot
 debs=$build/debs
 
