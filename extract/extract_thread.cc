@@ -27,10 +27,7 @@ namespace {
 
 // Every message of the thread carries its name, whichever helper emits it.
 const char kThreadName[] = "extractThread";
-#define EXTRACT_LOG(level, ...)                                              \
-  do {                                                                       \
-    if (EvLogEnabled(level)) HxLog(__LINE__, (level), kThreadName, __VA_ARGS__); \
-  } while (0)
+#define EXTRACT_LOG(level, ...) EV_LOG_AS(kThreadName, level, __VA_ARGS__)
 
 const size_t kPathSize = 256;
 const size_t kManifestReadSize = 4096;

@@ -18,10 +18,7 @@ namespace {
 
 // The reader's messages carry its entry's name, whichever helper emits them.
 const char kReaderName[] = "copyWithHash";
-#define READER_LOG(level, ...)                                               \
-  do {                                                                       \
-    if (EvLogEnabled(level)) HxLog(__LINE__, (level), kReaderName, __VA_ARGS__); \
-  } while (0)
+#define READER_LOG(level, ...) EV_LOG_AS(kReaderName, level, __VA_ARGS__)
 
 const size_t kBlockSize = 512;
 const int kBlocksPerChunk = ReadAndExtractBuffer::kChunkSize / kBlockSize;
