@@ -170,7 +170,7 @@ unsigned int EV_Unsign_using_date(const char* manifestPath, const char* certFile
     }
     // Without an output the signature is still checked; only the content
     // is not written.
-    output.reset(BIO_new_file(outputPath.c_str(), "w"));
+    output.reset(verify_internal::NewOutputFile(outputPath));
     if (output == nullptr) {
       printf("Failed to create output file:%s\n ", outputPath.c_str());
       EV_LOG_ERROR("Failed to create output file:%s ", outputPath.c_str());

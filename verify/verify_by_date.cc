@@ -98,7 +98,7 @@ unsigned int openSSL_VerifyBasedOnDate(const char* derFilePath, const char* cert
     }
     // Without an output the signature is still checked; only the content
     // is not written.
-    output.reset(BIO_new_file(manifestPath.c_str(), "w"));
+    output.reset(verify_internal::NewOutputFile(manifestPath));
     if (output == nullptr) {
       printf("ERR: Failed to create output file!\n");
       EV_LOG_ERROR("ERR: Failed to create output file!");

@@ -91,8 +91,9 @@ TEST_F(ExtractionRunTest, ComparisonReportsOnlyTheFirstFailingFile) {
   PackageOptions missingAndWrong;
   missingAndWrong.leftOutOfManifest = {"b"};
   missingAndWrong.hashOverrides = {{"c", std::string(64, '0')}};
-  auto package = Build({SignedManifest(), Entry::File("c", "c\n"), Entry::File("b", "b\n"),
-                        Entry::File("a", "a\n")},
+  // The manifest comes last: the files are judged by their digests alone.
+  auto package = Build({Entry::File("c", "c\n"), Entry::File("b", "b\n"),
+                        Entry::File("a", "a\n"), SignedManifest()},
                        missingAndWrong);
   RunResult run = Run(package.path);
   EXPECT_EQ(run.status, SIGN_ERR02);

@@ -65,10 +65,10 @@ TEST_F(HostileEntryTest, NameLongerThanThePathBufferIsCutAndStaysInTheDestinatio
 
   RunResult run = BoundedRun(package.path);
 
-  // The path "<destination>/<name>" is cut to 255 bytes; the digest is still
-  // recorded under the whole name, which the manifest lists.
+  // The path "<destination>/<name>" is cut to 254 characters; the digest is
+  // still recorded under the whole name, which the manifest lists.
   EXPECT_EQ(run.status, KALU_NO_ERR);
-  const std::string cut = (m_dest + "/" + name).substr(0, 255);
+  const std::string cut = (m_dest + "/" + name).substr(0, 254);
   EXPECT_EQ(ReadFile(cut), "long\n");
   ExpectSafeOutcome(run, {{cut.substr(m_dest.size() + 1), package::Sha256Hex("long\n")}},
                     package.manifestText, "long name");
