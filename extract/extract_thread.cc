@@ -369,6 +369,9 @@ void ExtractArchive(archive* reader, ReadAndExtractBuffer& buffer) {
   // An abort during the end of the pipelines cut their files short.
   bool aborted = run_stop::AbortRequested();
   if ((writeFailed || aborted) && buffer.m_eStatus == KALU_NO_ERR) buffer.m_eStatus = PKG_ERR03;
+  // An aborted run is over at once: flushing every file system of the
+  // machine can take far longer, for files that are of no use.
+  if (aborted) return;
   platform::SyncAll();
   platform::SyncAll();
 }

@@ -26,5 +26,6 @@
 #include "extract/extract_thread.h"
 #include "extract/hash_write_buffer.h"
 #include "extract/hash_compare.h"
+#include "extract/completeness.h"
 
 #endif  // EXTRACT_VERIFY_H_

@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include "extract/completeness.h"
 #include "extract/run_state.h"
 #include "platform/log.h"
 #include "tests/extract/run_fixture.h"
@@ -141,12 +142,14 @@ TEST_F(ExtractionRunTest, EmptyButPresentNameSelectsByNameAndMatchesNoEntry) {
   EXPECT_TRUE(single.Printed("Skipped File : b  from Extraction\n"));
   EXPECT_FALSE(FileExists(Out("a")));
   EXPECT_FALSE(CheckParticularFileExtraction());
+  EXPECT_EQ(CheckExtractionCompleteness(), SIGN_ERR02);  // the file asked for is not there
 
   RunResult exclude = Run(package.path, "", true);
   EXPECT_EQ(exclude.status, KALU_NO_ERR);
   EXPECT_TRUE(exclude.Printed("Extraction Type: 3\n"));
   EXPECT_FALSE(exclude.Printed("Excluded File"));
   EXPECT_EQ(ReadFile(Out("b")), "b\n");
+  EXPECT_EQ(CheckExtractionCompleteness(), KALU_NO_ERR);
 }
 
 // The file on disk holds the second entry's data, or a mix of both, so the
