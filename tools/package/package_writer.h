@@ -19,6 +19,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -91,9 +92,13 @@ struct WrittenEntry {
 
 enum class TarFormat { kPaxRestricted, kUstar };
 
+// Told the size of every block of entry data as it is passed on (progress).
+using DataObserver = std::function<void(size_t bytes)>;
+
 struct WriteOptions {
   TarFormat format = TarFormat::kPaxRestricted;
   bool gzip = true;
+  DataObserver onData;  // optional
 };
 
 // Writes the entries, in order, as a package file at `path`.
@@ -116,7 +121,7 @@ std::string GzipCompress(const std::string& data);
 // Lower-case hex SHA-256 of the data that a regular entry stores, read from
 // its source piece by piece (what WritePackage reports for it), so that a
 // manifest can be signed before the package is written.
-std::string EntrySha256(const Entry& entry);
+std::string EntrySha256(const Entry& entry, const DataObserver& onData = DataObserver());
 
 // Lower-case hex SHA-256 of `data`.
 std::string Sha256Hex(const std::string& data);
