@@ -80,7 +80,8 @@ Command AddPackCommand(CLI::App& tool) {
   command->add_option("--set", options->settings,
                       "a header value of the manifest, repeatable, written in order before "
                       "the file list, e.g. --set \"Version Number=2.1\"")
-      ->type_name("\"Key=Value\"");
+      ->type_name("\"Key=Value\"")
+      ->allow_extra_args(false);
   AddVerboseFlag(command);
   command->add_option("FILE", options->files, "the files to pack")->required();
   return {command, [options] { return RunPack(*options); }};
