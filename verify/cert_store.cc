@@ -8,13 +8,6 @@
 
 #include "platform/log.h"
 
-namespace {
-
-// 2015-04-07 17:15:06 UTC.
-const unsigned int kBuiltInVerificationTime = 1428426906u;
-
-}  // namespace
-
 X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir) {
   X509_STORE* store = X509_STORE_new();
   if (store == nullptr) return nullptr;
@@ -57,9 +50,4 @@ X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* cer
   // must not be mistaken for the verification's own.
   ERR_clear_error();
   return store;
-}
-
-bool GetTimeFromFile(unsigned int& verificationTime) {
-  verificationTime = kBuiltInVerificationTime;
-  return true;
 }

@@ -14,7 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "extract/run_state.h"
+#include "extract/extraction.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "tests/extract/run_fixture.h"
