@@ -163,9 +163,7 @@ PackResult BuildPackage(const package::ManifestHeader& header,
     entries.push_back(package::Entry::FromDisk(result.files[i].name, files[i]));
   }
   try {
-    package::WriteOptions options;
-    options.onData = onData;
-    CheckWrittenAsDescribed(package::WritePackage(output, entries, options), result.files,
+    CheckWrittenAsDescribed(package::WritePackage(output, entries, {}, onData), result.files,
                             files);
   } catch (...) {
     std::error_code ignored;

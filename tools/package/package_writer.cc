@@ -9,6 +9,7 @@
 #include <fstream>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace package {
 
@@ -102,8 +103,8 @@ la_ssize_t AppendToString(struct archive*, void* client, const void* buffer, siz
 
 class ArchiveWriter {
  public:
-  explicit ArchiveWriter(const WriteOptions& options)
-      : m_archive(archive_write_new()), m_onData(options.onData) {
+  explicit ArchiveWriter(const WriteOptions& options, DataObserver onData = DataObserver())
+      : m_archive(archive_write_new()), m_onData(std::move(onData)) {
     if (m_archive == nullptr) throw std::runtime_error("archive_write_new failed");
     check(options.format == TarFormat::kUstar ? archive_write_set_format_ustar(m_archive)
                                               : archive_write_set_format_pax_restricted(m_archive));
@@ -271,8 +272,8 @@ Entry Entry::CharDevice(std::string name, unsigned int major, unsigned int minor
 }
 
 std::vector<WrittenEntry> WritePackage(const std::string& path, const std::vector<Entry>& entries,
-                                       const WriteOptions& options) {
-  ArchiveWriter writer(options);
+                                       const WriteOptions& options, const DataObserver& onData) {
+  ArchiveWriter writer(options, onData);
   writer.openFile(path);
   return writer.writeAll(entries);
 }

@@ -98,12 +98,13 @@ using DataObserver = std::function<void(size_t bytes)>;
 struct WriteOptions {
   TarFormat format = TarFormat::kPaxRestricted;
   bool gzip = true;
-  DataObserver onData;  // optional
 };
 
-// Writes the entries, in order, as a package file at `path`.
+// Writes the entries, in order, as a package file at `path`; `onData`, when
+// given, is told of every block of entry data written.
 std::vector<WrittenEntry> WritePackage(const std::string& path, const std::vector<Entry>& entries,
-                                       const WriteOptions& options = WriteOptions());
+                                       const WriteOptions& options = WriteOptions(),
+                                       const DataObserver& onData = DataObserver());
 
 // The same, into memory; `written` (optional) receives the stored entries.
 std::string WritePackageToMemory(const std::vector<Entry>& entries,
