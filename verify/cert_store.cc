@@ -7,8 +7,10 @@
 #include <cstdio>
 
 #include "platform/log.h"
+#include "support/openssl_start.h"
 
 X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir) {
+  support_internal::StartOpenSsl();
   X509_STORE* store = X509_STORE_new();
   if (store == nullptr) return nullptr;
 
