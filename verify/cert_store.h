@@ -8,11 +8,12 @@
 #define VERIFY_CERT_STORE_H_
 
 #include <openssl/ossl_typ.h>
+#include "extract_verify_export.h"
 
-X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir);
+EV_EXPORT X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir);
 
 // Stores the built-in verification time (2015-04-07 17:15:06 UTC) and
 // returns true; no file is read.
-bool GetTimeFromFile(unsigned int& verificationTime);
+EV_EXPORT bool GetTimeFromFile(unsigned int& verificationTime);
 
 #endif  // VERIFY_CERT_STORE_H_

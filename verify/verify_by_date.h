@@ -8,7 +8,9 @@
 #ifndef VERIFY_VERIFY_BY_DATE_H_
 #define VERIFY_VERIFY_BY_DATE_H_
 
-unsigned int openSSL_VerifyBasedOnDate(const char* derFilePath, const char* certFilePath,
+#include "extract_verify_export.h"
+
+EV_EXPORT unsigned int openSSL_VerifyBasedOnDate(const char* derFilePath, const char* certFilePath,
                                        const unsigned char* derBuffer, int derLength);
 
 #endif  // VERIFY_VERIFY_BY_DATE_H_
