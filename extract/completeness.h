@@ -12,6 +12,7 @@
 #ifndef EXTRACT_COMPLETENESS_H_
 #define EXTRACT_COMPLETENESS_H_
 
+#include "extract_verify_export.h"
 #include "status/kalu_status.h"
 
 // KALU_NO_ERR when every file that the run's manifest lists, among those
@@ -20,6 +21,6 @@
 // well. VER_ERR01 when the run loaded no manifest. Otherwise SIGN_ERR02,
 // after printing and logging "!!!! File Not Extracted - [File Name] <name>"
 // for the first missing file in the manifest's order.
-_KALU_Error CheckExtractionCompleteness();
+EV_EXPORT _KALU_Error CheckExtractionCompleteness();
 
 #endif  // EXTRACT_COMPLETENESS_H_

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "extract/hash_compare.h"
+#include "extract/run_state_internal.h"
 #include "extract/source_reader.h"
 #include "platform/clock.h"
 #include "platform/file_io.h"
@@ -67,6 +68,7 @@ _KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
   printf("Total Consumed Time = %f \n", elapsedMs);
   EV_LOG_INFO("Total Consumed Time = %f ", elapsedMs);
   EV_LOG_LEAVE();
+  extract_progress::RunDone();
   return status;
 }
 

@@ -14,10 +14,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "extract/completeness.h"
-#include "extract/extraction.h"
-#include "platform/file_io.h"
+#include "extract_verify.h"
 #include "platform/log.h"
+#include "testing/seams.h"
 #include "tests/extract/run_fixture.h"
 
 namespace runtest {

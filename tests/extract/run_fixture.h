@@ -22,7 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "extract/extraction.h"
+#include "extract_verify.h"
 #include "tests/testsupport/capture.h"
 #include "tests/testsupport/report_lock.h"
 #include "tests/testsupport/signed_package.h"

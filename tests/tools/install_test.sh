@@ -27,8 +27,18 @@ for file in bin/extract-verify lib/libextract_verify.so lib/libhxlog.so lib/libH
             include/extract_verify.h include/extract_verify/extract_verify.h \
             include/extract_verify/status/kalu_status.h \
             include/extract_verify/extract/file_threads.h \
-            lib/cmake/extract_verify/extract_verifyConfig.cmake lib/pkgconfig/extract_verify.pc; do
+            lib/cmake/extract_verify/extract_verifyConfig.cmake lib/pkgconfig/extract_verify.pc \
+            share/man/man1/extract-verify.1 share/bash-completion/completions/extract-verify; do
   [ -e "$prefix/$file" ] || fail "$file is not installed"
+done
+# The hand-written manual page and completion name every option of --help.
+for command in extract inspect pack resign demo; do
+  for option in $(run "$prefix/bin/extract-verify" "$command" --help | grep -o -- '--[a-z-]*' | sort -u); do
+    grep -q -- "${option//-/\\\\-}" "$prefix/share/man/man1/extract-verify.1" ||
+      fail "the manual page lacks $command $option"
+    grep -q -- "$option" "$prefix/share/bash-completion/completions/extract-verify" ||
+      fail "the completion lacks $command $option"
+  done
 done
 soname=$(readelf -d "$prefix/lib/libextract_verify.so" | sed -n 's/.*(SONAME).*\[\(.*\)\].*/\1/p')
 [ "$soname" = libextract_verify.so.1 ] || fail "unexpected soname '$soname'"

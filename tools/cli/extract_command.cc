@@ -63,9 +63,14 @@ void MakeDestination(const std::string& path) {
 std::string FailureReason(const Options& options, _KALU_Error status) {
   if (status == SIGN_ERR02) return FirstMismatch();
   if (status != SIGN_ERR01) return "";
-  ArchiveScan scan = ScanArchive(options.request.package, true);
-  if (scan.signedManifestPieces.empty()) return "";
-  return ExplainSignatureFailure(scan.signedManifestPieces.front(), options.request.certificate);
+  try {
+    ArchiveScan scan = ScanArchive(options.request.package, true);
+    if (scan.signedManifestPieces.empty()) return "";
+    return ExplainSignatureFailure(scan.signedManifestPieces.front(),
+                                   options.request.certificate);
+  } catch (const std::exception&) {
+    return "";  // the run's status says what the package's state is
+  }
 }
 
 // The report's sentences on standard error, and the success line on
@@ -175,7 +180,8 @@ Command AddExtractCommand(CLI::App& tool) {
   command->footer(kFooter);
   command->add_option("--cert", options->request.certificate,
                       "PEM file of the trusted certificates")
-      ->required();
+      ->required()
+      ->type_name("CERT");
   CLI::Option* only =
       command->add_option("--only", options->only, "extract only the entry NAME")
           ->type_name("NAME");
@@ -186,15 +192,20 @@ Command AddExtractCommand(CLI::App& tool) {
                     "hide the lines that the library prints on standard output");
   command->add_flag("--json", options->json,
                     "print the outcome as JSON on standard output (implies --quiet)");
-  command->add_flag("--strict", options->strict,
-                    "fail when the run did not write a file that the manifest lists");
+  CLI::Option* strict =
+      command->add_flag("--strict", options->strict,
+                        "fail when the run did not write a file that the manifest lists");
   command->add_flag("--allow-incomplete", options->allowIncomplete,
-                    "do not check that the run wrote every file that the manifest lists");
+                    "do not check that the run wrote every file that the manifest lists")
+      ->excludes(strict);
   AddLocalTimeFlag(command, &options->localTime);
   AddVerboseFlag(command);
-  command->add_option("PACKAGE", options->request.package, "the package to unpack")->required();
+  command->add_option("PACKAGE", options->request.package, "the package to unpack")
+      ->required()
+      ->type_name("");
   command->add_option("DEST", options->request.destination, "the destination directory")
-      ->required();
+      ->required()
+      ->type_name("");
   return {command, [options] { return RunExtract(*options); }};
 }
 

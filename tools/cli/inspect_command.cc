@@ -185,11 +185,14 @@ Command AddInspectCommand(CLI::App& tool) {
       tool.add_subcommand("inspect", "verify a package and every entry, unpacking nothing");
   command->footer(std::string(kDescription) + "\n\n" + kFooter);
   command->add_option("--cert", options->cert, "PEM file of the trusted certificates")
-      ->required();
+      ->required()
+      ->type_name("CERT");
   command->add_flag("--json", options->json, "print the report as JSON on standard output");
   AddLocalTimeFlag(command, &options->localTime);
   AddVerboseFlag(command);
-  command->add_option("PACKAGE", options->package, "the package to check")->required();
+  command->add_option("PACKAGE", options->package, "the package to check")
+      ->required()
+      ->type_name("");
   return {command, [options] { return RunInspect(*options); }};
 }
 

@@ -83,7 +83,7 @@ Command AddPackCommand(CLI::App& tool) {
       ->type_name("\"Key=Value\"")
       ->allow_extra_args(false);
   AddVerboseFlag(command);
-  command->add_option("FILE", options->files, "the files to pack")->required();
+  command->add_option("FILE", options->files, "the files to pack")->required()->type_name("");
   return {command, [options] { return RunPack(*options); }};
 }
 

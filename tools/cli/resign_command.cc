@@ -126,7 +126,9 @@ Command AddResignCommand(CLI::App& tool) {
   command->footer(kFooter);
   AddSigningOptions(command, &options->signing);
   AddVerboseFlag(command);
-  command->add_option("PACKAGE", options->package, "the package to sign anew")->required();
+  command->add_option("PACKAGE", options->package, "the package to sign anew")
+      ->required()
+      ->type_name("");
   return {command, [options] { return RunResign(*options); }};
 }
 

@@ -10,10 +10,13 @@
 namespace cli {
 
 void AddSigningOptions(CLI::App* command, SigningOptions* options) {
-  command->add_option("--key", options->key, "PEM private key of the signer")->required();
+  command->add_option("--key", options->key, "PEM private key of the signer")
+      ->required()
+      ->type_name("KEY");
   command->add_option("--cert", options->cert,
                       "PEM certificate of the signer (the first one in the file)")
-      ->required();
+      ->required()
+      ->type_name("CERT");
   command->add_option("--pass", options->pass,
                       "pass phrase of an encrypted key: file:PATH (its first line) or "
                       "env:NAME")
