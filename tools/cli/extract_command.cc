@@ -66,8 +66,7 @@ std::string FailureReason(const Options& options, _KALU_Error status) {
   try {
     ArchiveScan scan = ScanArchive(options.request.package, true);
     if (scan.signedManifestPieces.empty()) return "";
-    return ExplainSignatureFailure(scan.signedManifestPieces.front(),
-                                   options.request.certificate);
+    return ExplainSignatureFailure(scan.signedManifestPieces.front(), options.request.certificate);
   } catch (const std::exception&) {
     return "";  // the run's status says what the package's state is
   }
@@ -83,9 +82,11 @@ void PrintReport(const Json& report, bool json) {
   }
   if (result == "OK") {
     if (json) return;
-    printf("%s: %zu file(s) extracted into %s and checked against the signed manifest "
-           "(signature checked in %s)\n", kToolName, report["files"].size(), destination.c_str(),
-           report["timeZone"].get<std::string>().c_str());
+    printf(
+        "%s: %zu file(s) extracted into %s and checked against the signed manifest "
+        "(signature checked in %s)\n",
+        kToolName, report["files"].size(), destination.c_str(),
+        report["timeZone"].get<std::string>().c_str());
     return;
   }
   if (report.contains("error")) {
@@ -116,9 +117,12 @@ std::vector<std::string> UnverifiedFiles(const DirectorySnapshot& before,
 // The run's findings; "result" is OK, FAILED or INTERRUPTED.
 Json Examine(const Options& options, _KALU_Error status, const DirectorySnapshot& before) {
   const ExtractionRequest& request = options.request;
-  Json report = {{"package", request.package}, {"destination", request.destination},
-                 {"timeZone", ""}, {"status", CKALUStatus::EnumToStr(status)},
-                 {"code", static_cast<int>(status)}, {"files", WrittenFiles()},
+  Json report = {{"package", request.package},
+                 {"destination", request.destination},
+                 {"timeZone", ""},
+                 {"status", CKALUStatus::EnumToStr(status)},
+                 {"code", static_cast<int>(status)},
+                 {"files", WrittenFiles()},
                  {"warnings", Json::array()}};
   bool failed = status != KALU_NO_ERR;
   if (!failed && request.selectsFile && !request.exclude &&
@@ -138,8 +142,8 @@ Json Examine(const Options& options, _KALU_Error status, const DirectorySnapshot
     const std::string reason = FailureReason(options, status);
     if (!reason.empty()) report["reason"] = reason;
   }
-  report["unverifiedLeft"] = failed ? UnverifiedFiles(before, request.destination)
-                                    : std::vector<std::string>();
+  report["unverifiedLeft"] =
+      failed ? UnverifiedFiles(before, request.destination) : std::vector<std::string>();
   report["result"] = ExtractionWasInterrupted() ? "INTERRUPTED" : failed ? "FAILED" : "OK";
   return report;
 }
@@ -178,13 +182,12 @@ Command AddExtractCommand(CLI::App& tool) {
   CLI::App* command =
       tool.add_subcommand("extract", "unpack a package, verifying it as the head unit does");
   command->footer(kFooter);
-  command->add_option("--cert", options->request.certificate,
-                      "PEM file of the trusted certificates")
+  command
+      ->add_option("--cert", options->request.certificate, "PEM file of the trusted certificates")
       ->required()
       ->type_name("CERT");
-  CLI::Option* only =
-      command->add_option("--only", options->only, "extract only the entry NAME")
-          ->type_name("NAME");
+  CLI::Option* only = command->add_option("--only", options->only, "extract only the entry NAME")
+                          ->type_name("NAME");
   command->add_option("--exclude", options->exclude, "extract every entry but NAME")
       ->type_name("NAME")
       ->excludes(only);
@@ -195,8 +198,9 @@ Command AddExtractCommand(CLI::App& tool) {
   CLI::Option* strict =
       command->add_flag("--strict", options->strict,
                         "fail when the run did not write a file that the manifest lists");
-  command->add_flag("--allow-incomplete", options->allowIncomplete,
-                    "do not check that the run wrote every file that the manifest lists")
+  command
+      ->add_flag("--allow-incomplete", options->allowIncomplete,
+                 "do not check that the run wrote every file that the manifest lists")
       ->excludes(strict);
   AddLocalTimeFlag(command, &options->localTime);
   AddVerboseFlag(command);

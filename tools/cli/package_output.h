@@ -2,7 +2,8 @@
 // temporary name in the destination's directory and renamed when complete,
 // so that a failed or interrupted command leaves nothing at the output
 // path. Ctrl-C (or SIGTERM) while it is open removes the temporary file and
-// ends the process with exit status 130. Main thread; one at a time.
+// ends the process with exit status 130. Also the progress line shown while
+// such a package is written. Main thread; one PackageOutput at a time.
 #ifndef TOOLS_CLI_PACKAGE_OUTPUT_H_
 #define TOOLS_CLI_PACKAGE_OUTPUT_H_
 
