@@ -65,7 +65,8 @@ TEST_F(ToolTest, InspectFailsEveryPackageTheExtractorWouldRefuse) {
 pki::Identity CodeSigner(const pki::Identity& signer, const pki::Identity& root) {
   pki::Identity other{pki::GenerateKey(), pki::Cert(X509_dup(signer.cert.get()))};
   X509_set_pubkey(other.cert.get(), other.key.get());
-  X509_delete_ext(other.cert.get(), X509_get_ext_by_NID(other.cert.get(), NID_ext_key_usage, -1));
+  X509_EXTENSION_free(X509_delete_ext(
+      other.cert.get(), X509_get_ext_by_NID(other.cert.get(), NID_ext_key_usage, -1)));
   X509_EXTENSION* usage = X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage, "codeSigning");
   X509_add_ext(other.cert.get(), usage, -1);
   X509_EXTENSION_free(usage);

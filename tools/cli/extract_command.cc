@@ -16,6 +16,7 @@
 #include "tools/cli/extract_outcome.h"
 #include "tools/cli/input_checks.h"
 #include "tools/cli/options.h"
+#include "tools/cli/package_check.h"
 #include "tools/cli/run_extraction.h"
 #include "tools/cli/signature_check.h"
 #include "tools/cli/status_text.h"
@@ -60,13 +61,34 @@ void MakeDestination(const std::string& path) {
 }
 
 // The one sentence that says why the run failed, beyond its status.
-std::string FailureReason(const Options& options, _KALU_Error status) {
-  if (status == SIGN_ERR02) return FirstMismatch();
+// The first entry of the package that differs from the run's verified
+// manifest: what a digest failure is about when the run refused the entry
+// before writing it.
+std::string FirstDifferingEntry(const std::string& package) {
+  if (g_objKALU_Version_TPN == nullptr) return "";
+  const PackageFindings findings =
+      CheckAgainstManifest(ScanArchive(package), g_objKALU_Version_TPN->m_vecFileInfo);
+  if (!findings.notInManifest.empty()) {
+    return findings.notInManifest.front() + ": not listed in the signed manifest";
+  }
+  return findings.mismatched.empty() ? "" : findings.mismatched.front();
+}
+
+std::string ExplainStatus(const ExtractionRequest& request, _KALU_Error status) {
+  if (status == SIGN_ERR02) {
+    const std::string written = FirstMismatch();
+    return written.empty() ? FirstDifferingEntry(request.package) : written;
+  }
   if (status != SIGN_ERR01) return "";
+  ArchiveScan scan = ScanArchive(request.package, true);
+  if (scan.signedManifestPieces.empty()) return "";
+  return ExplainSignatureFailure(scan.signedManifestPieces.front(), request.certificate);
+}
+
+// The one sentence that says why the run failed, beyond its status.
+std::string FailureReason(const ExtractionRequest& request, _KALU_Error status) {
   try {
-    ArchiveScan scan = ScanArchive(options.request.package, true);
-    if (scan.signedManifestPieces.empty()) return "";
-    return ExplainSignatureFailure(scan.signedManifestPieces.front(), options.request.certificate);
+    return ExplainStatus(request, status);
   } catch (const std::exception&) {
     return "";  // the run's status says what the package's state is
   }
@@ -139,7 +161,7 @@ Json Examine(const Options& options, _KALU_Error status, const DirectorySnapshot
     failed = report.contains("error");
   }
   if (failed) {
-    const std::string reason = FailureReason(options, status);
+    const std::string reason = FailureReason(request, status);
     if (!reason.empty()) report["reason"] = reason;
   }
   report["unverifiedLeft"] =
