@@ -54,7 +54,7 @@ int RunPack(const Options& options) {
   try {
     const pki::Identity signer = LoadCheckedSigner(options.signing);
     PackageOutput output(options.signing.out, options.signing.force);
-    ByteProgress progress(2 * TotalSize(options.files));
+    ByteProgress progress(TotalSize(options.files), 2);
     PackResult result = BuildPackage(header, options.files, output.temporaryPath(), signer,
                                      [&progress](size_t bytes) { progress.add(bytes); });
     progress.finish();

@@ -86,8 +86,8 @@ void PackageOutput::commit() {
   m_committed = true;
 }
 
-ByteProgress::ByteProgress(uint64_t total)
-    : m_shown(isatty(STDERR_FILENO) == 1), m_total(total), m_start(Now()) {}
+ByteProgress::ByteProgress(uint64_t total, unsigned passes)
+    : m_shown(isatty(STDERR_FILENO) == 1), m_total(total), m_passes(passes), m_start(Now()) {}
 
 void ByteProgress::add(uint64_t bytes) {
   m_done += bytes;
@@ -103,8 +103,9 @@ void ByteProgress::finish() {
 
 void ByteProgress::draw() {
   m_lastDraw = Now();
-  fprintf(stderr, "\r%s",
-          ProgressLine(m_done, m_total, m_lastDraw - m_start, TerminalWidth() - 1).c_str());
+  fprintf(
+      stderr, "\r%s",
+      ProgressLine(m_done / m_passes, m_total, m_lastDraw - m_start, TerminalWidth() - 1).c_str());
   fflush(stderr);
 }
 

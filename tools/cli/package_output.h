@@ -36,10 +36,12 @@ class PackageOutput {
 };
 
 // A progress line on standard error, drawn only when it is a terminal:
-// bytes done of `total`, with the rate and the time left.
+// bytes done of `total`, with the rate and the time left. With `passes` the
+// data is read that many times (hashed, then written) and each byte is
+// counted once per pass.
 class ByteProgress {
  public:
-  explicit ByteProgress(uint64_t total);
+  explicit ByteProgress(uint64_t total, unsigned passes = 1);
   void add(uint64_t bytes);
   void finish();  // ends the line
 
@@ -47,6 +49,7 @@ class ByteProgress {
   void draw();
   bool m_shown;
   uint64_t m_total;
+  unsigned m_passes;
   uint64_t m_done = 0;
   double m_start;
   double m_lastDraw = 0;
