@@ -268,6 +268,7 @@ TEST_F(ExtractionRunTest, RunsThatStopBeforeTheEndEndWithTheStatusOfTheirCase) {
     auto package = Build(one.entries, one.options);
 
     RunResult run = RunStalled(package.path, one.interested, [&] {
+      EXPECT_EQ(GetExtractionStage(nullptr), EXTRACTION_STAGE_READING);
       if (one.abortWhileStalled) AbortExtraction();
     });
 
