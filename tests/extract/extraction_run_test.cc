@@ -114,7 +114,7 @@ TEST_F(ExtractionRunTest, EachExtractionTypeWritesItsFilesAndRunsStartFromTheSam
   EXPECT_EQ(g_objKALU_Version_TPN->m_strPartNumber, "TP-4711");
   uint32_t filesFinished = 0;
   EXPECT_EQ(GetExtractionStage(&filesFinished), EXTRACTION_STAGE_DONE);
-  EXPECT_EQ(filesFinished, 3u);
+  EXPECT_EQ(filesFinished, 5u);
 }
 
 // A package read to its end while Version.der still waits for its
