@@ -1,78 +1,60 @@
 #include "fuzz/harness.h"
 
 #include <fcntl.h>
-#include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <stdexcept>
-#include <vector>
 
 namespace fuzz {
 
-std::string MakeTempDir() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern =
-      std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/ev_fuzz_XXXXXX";
-  std::vector<char> buffer(pattern.begin(), pattern.end());
-  buffer.push_back('\0');
-  if (mkdtemp(buffer.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  return buffer.data();
+const FixedPki& FixedPki::Get() {
+  static const FixedPki instance;
+  return instance;
 }
-
-void RemoveTree(const std::string& path) {
-  auto removeOne = [](const char* name, const struct stat*, int, struct FTW*) {
-    chmod(name, 0700);
-    return remove(name);
-  };
-  nftw(path.c_str(), removeOne, 16, FTW_DEPTH | FTW_PHYS);
-}
-
-namespace {
 
 // The PKI of EV_FUZZ_PKI when it holds one; otherwise a new one, stored
 // there when the variable is set.
-void LoadOrMake(pki::Identity* root, pki::Identity* signer) {
-  const char* dir = std::getenv("EV_FUZZ_PKI");
-  const std::string base = dir != nullptr ? dir : "";
-  if (!base.empty() && access((base + "/signer.key").c_str(), R_OK) == 0) {
-    *root = pki::LoadIdentity(base + "/root.pem", base + "/root.key");
-    *signer = pki::LoadIdentity(base + "/signer.pem", base + "/signer.key");
-    return;
+FixedPki::FixedPki() {
+  const char* stored = std::getenv("EV_FUZZ_PKI");
+  const std::string base = stored != nullptr ? stored : "";
+  if (!base.empty() && testsupport::FileExists(base + "/signer.key")) {
+    m_root = pki::LoadIdentity(base + "/root.pem", base + "/root.key");
+    m_signer = pki::LoadIdentity(base + "/signer.pem", base + "/signer.key");
+  } else {
+    m_root = pki::MakeRootCa("Fuzz Root", {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)});
+    m_signer = pki::MakeSigner("Fuzz Signer",
+                               {pki::UtcTime(2021, 6, 1), pki::UtcTime(2039, 1, 1)}, m_root);
+    for (const pki::Identity* id : {&m_root, &m_signer}) {
+      if (base.empty()) break;
+      mkdir(base.c_str(), 0700);
+      const std::string name = base + (id == &m_root ? "/root" : "/signer");
+      pki::WriteCertificatesPem(name + ".pem", {id->cert.get()});
+      pki::WriteKeyPem(name + ".key", id->key.get());
+    }
   }
-  *root = pki::MakeRootCa("Fuzz Root", {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)});
-  *signer = pki::MakeSigner("Fuzz Signer", {pki::UtcTime(2021, 6, 1), pki::UtcTime(2039, 1, 1)},
-                            *root);
-  if (base.empty()) return;
-  mkdir(base.c_str(), 0700);
-  for (const auto* id : {root, signer}) {
-    const std::string name = base + (id == root ? "/root" : "/signer");
-    pki::WriteCertificatesPem(name + ".pem", {id->cert.get()});
-    pki::WriteKeyPem(name + ".key", id->key.get());
-  }
-}
-
-}  // namespace
-
-void WriteBytes(const std::string& path, const std::string& bytes) {
-  FILE* out = fopen(path.c_str(), "wb");
-  if (out == nullptr) throw std::runtime_error("cannot write " + path);
-  fwrite(bytes.data(), 1, bytes.size(), out);
-  fclose(out);
-}
-
-const FixedPki& FixedPki::Get() {
-  static const FixedPki* instance = new FixedPki();  // lives as long as the process
-  return *instance;
-}
-
-FixedPki::FixedPki() : m_workDir(MakeTempDir()), m_trustFile(m_workDir + "/trust.pem") {
-  LoadOrMake(&m_root, &m_signer);
-  pki::WriteCertificatesPem(m_trustFile, {m_root.cert.get()});
-  std::atexit([] { RemoveTree(Get().m_workDir); });
+  pki::WriteCertificatesPem(trustFile(), {m_root.cert.get()});
 }
 
 }  // namespace fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  const char* verbose = std::getenv("EV_FUZZ_VERBOSE");
+  if (verbose == nullptr || *verbose != '1') {
+    fflush(stdout);
+    dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+  }
+  setenv("TZ", "UTC", 1);
+  tzset();
+  fuzz::FixedPki::Get();
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  testsupport::TempDir dir;
+  testsupport::WriteFile(dir.file("input"), std::string(reinterpret_cast<const char*>(data), size));
+  fuzz::FuzzOne(dir.path(), data, size);
+  return 0;
+}

@@ -1,5 +1,5 @@
-// The one harness of the fuzz targets. Its entry points (entry.cc) are
-// LLVMFuzzerInitialize and LLVMFuzzerTestOneInput: standard output goes to /dev/null (the fuzzer
+// The one harness of the fuzz targets. It owns LLVMFuzzerInitialize and
+// LLVMFuzzerTestOneInput: standard output goes to /dev/null (the fuzzer
 // reports on standard error) unless EV_FUZZ_VERBOSE=1 asks to see it when an
 // input is replayed, the time zone is fixed (certificate times are converted
 // in it), and each input is written as the file "input" of a fresh directory
@@ -17,32 +17,26 @@
 #include <cstdint>
 #include <string>
 
+#include "tests/testsupport/temp_dir.h"
 #include "tools/pki/pki.h"
 
 namespace fuzz {
 
-// One input: `data` is also the file `dir` + "/input"; `dir` is the input's own.
+// One input: `data` is also the file `dir` + "/input".
 void FuzzOne(const std::string& dir, const uint8_t* data, size_t size);
 
 class FixedPki {
  public:
   static const FixedPki& Get();
   const pki::Identity& signer() const { return m_signer; }
-  const std::string& trustFile() const { return m_trustFile; }
+  std::string trustFile() const { return m_dir.file("trust.pem"); }
 
  private:
   FixedPki();
   pki::Identity m_root;
   pki::Identity m_signer;
-  std::string m_workDir;
-  std::string m_trustFile;
+  testsupport::TempDir m_dir;
 };
-
-void WriteBytes(const std::string& path, const std::string& bytes);
-// A fresh directory under $TMPDIR (or /tmp); RemoveTree removes one with all
-// it holds.
-std::string MakeTempDir();
-void RemoveTree(const std::string& path);
 
 }  // namespace fuzz
 

@@ -19,7 +19,7 @@ namespace {
 using package::Entry;
 
 void Write(const std::string& dir, const std::string& name, const std::string& bytes) {
-  fuzz::WriteBytes(dir + "/seed-" + name, bytes);
+  testsupport::WriteFile(dir + "/seed-" + name, bytes);
 }
 
 std::string Der(const std::vector<unsigned char>& der) {

@@ -24,8 +24,8 @@ TEST_F(RunTest, FileLargerThanFourGiBIsWrittenWholeAndVerified) {
   const Entry image = Entry::Generated("image.bin", size, 0x4b1d, true);
   // The data is streamed, never held: the manifest is made from its digest.
   const std::string digest = package::EntrySha256(image);
-  const std::string manifest = package::ManifestText({{"Version Number", "4.0"}},
-                                                     {{image.name, digest, size}});
+  const std::string manifest =
+      package::ManifestText({{"Version Number", "4.0"}}, {{image.name, digest, size}});
   const std::string packagePath = m_dir.file("package.tar.gz");
   package::WritePackage(packagePath, {Entry::File("Version.der", m_signer.Sign(manifest)), image});
   m_expected = {{image.name, digest}};

@@ -167,8 +167,9 @@ void RunTest::ExpectSafeOutcome(const RunResult& run, const std::set<std::string
   EXPECT_EQ(Listing(m_dir.path()), dirBefore) << "test directory changed";
   const std::string name = CKALUStatus::EnumToStr(run.status);
   const std::string line = "Error No :  " + std::to_string(run.status) + " / " + name;
-  EXPECT_EQ(testsupport::FileExists(kErrorReportPath) ? testsupport::ReadFile(kErrorReportPath) : "",
-            run.status == KALU_NO_ERR ? "" : name);
+  EXPECT_EQ(
+      testsupport::FileExists(kErrorReportPath) ? testsupport::ReadFile(kErrorReportPath) : "",
+      run.status == KALU_NO_ERR ? "" : name);
   EXPECT_EQ(run.Printed(line + "\n"), run.status != KALU_NO_ERR) << run.output;
   EXPECT_EQ(run.Logged("31:ExtractWithHash:" + line + " "), run.status != KALU_NO_ERR);
   std::error_code noDestination;
@@ -191,6 +192,5 @@ void RunTest::ClearDestination() {
   testsupport::RemoveTree(m_dest);
   mkdir(m_dest.c_str(), 0755);
 }
-
 
 }  // namespace runtest

@@ -43,7 +43,8 @@ void ExpectInOrder(const std::string& output, const std::vector<std::string>& te
   size_t at = 0;
   for (const std::string& text : texts) {
     at = output.find(text, at);
-    ASSERT_NE(at, std::string::npos) << "\"" << text << "\" missing or out of order in:\n" << output;
+    ASSERT_NE(at, std::string::npos) << "\"" << text << "\" missing or out of order in:\n"
+                                     << output;
   }
 }
 
@@ -93,16 +94,17 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
                     upperC + " \nExtracted file Hash Value : " + digestC + " \n"};
   for (const std::string& line : std::vector<std::string>{
            "HashValues are Same - [File Name] a", "Version Inf Hash Value    : " + digestA,
-        "Extracted file Hash Value : " + digestA + " ",
-        "!!!! HashValue Mismatch Error - [File Name] c", "Version Inf Hash Value    : " + upperC,
-        "Extracted file Hash Value : " + digestC}) {
+           "Extracted file Hash Value : " + digestA + " ",
+           "!!!! HashValue Mismatch Error - [File Name] c", "Version Inf Hash Value    : " + upperC,
+           "Extracted file Hash Value : " + digestC}) {
     k->logged.push_back("23:compareHashValues:" + line);
   }
   k = add("file not in the manifest", {SignedManifest(), c, b, a}, SIGN_ERR02);
   k->options.leftOutOfManifest = {"b"};
   k->options.hashOverrides = {{"c", std::string(64, '0')}};
-  k->printed = {"!!!! File Not Found in Version.inf - [File Name] b \nExtracted file Hash Value : " +
-                package::Sha256Hex("b\n") + " \n"};
+  k->printed = {
+      "!!!! File Not Found in Version.inf - [File Name] b \nExtracted file Hash Value : " +
+      package::Sha256Hex("b\n") + " \n"};
   k->logged = {"23:compareHashValues:!!!! File Not Found in Version.inf - [File Name] b  "};
   k->notPrinted = {"[File Name] c"};
   add("no manifest", {a}, VER_ERR01)->written = {{"a", "a\n"}};
@@ -124,7 +126,9 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
   k->more = [&] { rmdir(package.c_str()); };
   const std::string refused = "Failed to create archive file: (-30) (Unrecognized archive format)";
   k = add("no archive", {}, PKG_ERR03);
-  k->prepare = [&] { testsupport::WriteFile(package, package::GenerateContent(kLargePackageBytes, 4)); };
+  k->prepare = [&] {
+    testsupport::WriteFile(package, package::GenerateContent(kLargePackageBytes, 4));
+  };
   k->printed = {"File size : " + std::to_string(kLargePackageBytes) + " Bytes\n", refused + "\n"};
   k->logged = {"31:extractThread:" + refused};
   k = add("broken gzip member after the stream", {SignedManifest(), a}, PKG_ERR03);
@@ -193,8 +197,9 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
   add("same entry twice", twice, KALU_NO_ERR)->options = signedOnce;
   // A second manifest from the same signer, as an entry or after the first
   // 4096 bytes of the one entry, would merge another package's file list.
-  const std::string other = m_signer.Sign("Version Number=0.9\nFile1=a\nFile1 Hash Value=" +
-                                          package::Sha256Hex("old\n") + "\nFile1 Size=4\n");
+  const std::string other =
+      m_signer.Sign("Version Number=0.9\nFile1=a\nFile1 Hash Value=" + package::Sha256Hex("old\n") +
+                    "\nFile1 Size=4\n");
   for (bool inOneEntry : {false, true}) {
     k = add("second manifest", {SignedManifest(), Entry::File("a", "old\n")}, SIGN_ERR01);
     if (inOneEntry) {
@@ -230,7 +235,8 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
   }
   k = add("\"..\" in a name", {SignedManifest(), a, Entry::File("f..txt", "x\n"), Large("l")},
           KALU_NO_ERR);
-  k->printed = {"Zip: Entry file name contains - \"..\" \n", "HashValues are Same - [File Name] a \n"};
+  k->printed = {"Zip: Entry file name contains - \"..\" \n",
+                "HashValues are Same - [File Name] a \n"};
   k->notPrinted = {"Extracting file Name : l"};
   k->absent = {"f..txt"};
   k = add("single file found", {SignedManifest(), a, b, Large("large")}, KALU_NO_ERR);
@@ -273,27 +279,26 @@ TEST_F(RunTest, FullRunWritesEveryFileAndLeavesItsStateBehind) {
   ClearDestination();
   mkdir(Out("dir").c_str(), 0755);
   mkdir(Out("x").c_str(), 0755);
-  auto package = Build({Entry::File("a.txt", "alpha\n"), SignedManifest(),
-                        Entry::Generated("dir/b.bin", 3 * kChunk, 2),
-                        Entry::Generated("x/Version.der", 300, 3),
-                        Entry::Generated("Version.derx", kChunk + 1, 4),
-                        Entry::Generated("one_byte", 1, 5),
-                        Entry::Generated("ring", (16 << 20) + 3 * kChunk + 7, 14, true)});
+  auto package = Build(
+      {Entry::File("a.txt", "alpha\n"), SignedManifest(),
+       Entry::Generated("dir/b.bin", 3 * kChunk, 2), Entry::Generated("x/Version.der", 300, 3),
+       Entry::Generated("Version.derx", kChunk + 1, 4), Entry::Generated("one_byte", 1, 5),
+       Entry::Generated("ring", (16 << 20) + 3 * kChunk + 7, 14, true)});
 
   RunResult run = Run(package.path);
 
   EXPECT_EQ(run.status, KALU_NO_ERR);
   EXPECT_EQ(CountEntries(m_dest.c_str()), 7u);  // Version.inf, the files, dir and x
-  ExpectInOrder(run.output,
-                {"Extraction Type: 1\n", "Input File : " + package.path + "\n",
-                 "File size : " + std::to_string(package.size) + " Bytes\n",
-                 "Extracting file Name : a.txt\n", "Extracting file Name : Version.der\n",
-                 "Version_Parse_INF File Location : " + Out("Version.inf") + "\n",
-                 "Extracting file Name : dir/b.bin\n", "Extracting file Name : x/Version.der\n",
-                 "Waiting for child threads to join\n",
-                 "HashValues are Same - [File Name] Version.derx \n",
-                 "HashValues are Same - [File Name] a.txt \n",
-                 "HashValues are Same - [File Name] x/Version.der \n", "Total Consumed Time = "});
+  ExpectInOrder(
+      run.output,
+      {"Extraction Type: 1\n", "Input File : " + package.path + "\n",
+       "File size : " + std::to_string(package.size) + " Bytes\n", "Extracting file Name : a.txt\n",
+       "Extracting file Name : Version.der\n",
+       "Version_Parse_INF File Location : " + Out("Version.inf") + "\n",
+       "Extracting file Name : dir/b.bin\n", "Extracting file Name : x/Version.der\n",
+       "Waiting for child threads to join\n", "HashValues are Same - [File Name] Version.derx \n",
+       "HashValues are Same - [File Name] a.txt \n",
+       "HashValues are Same - [File Name] x/Version.der \n", "Total Consumed Time = "});
   ExpectInOrder(run.output, {"Wait extractTid thread to join\n", "HashValues are Same"});
   EXPECT_FALSE(run.Printed("Extraction Interrupted."));
   for (const char* line :
@@ -315,10 +320,11 @@ TEST_F(RunTest, FullRunWritesEveryFileAndLeavesItsStateBehind) {
 }
 
 TEST_F(RunTest, UnwritableErrorReportIsReportedAndTheStatusKept) {
+  unlink(kErrorReportPath);
   ASSERT_EQ(mkdir(kErrorReportPath, 0700), 0);
   testsupport::OutputCapture output;
-  EXPECT_EQ(ExtractWithHash(m_signer.certFile().c_str(), m_dir.file("none").c_str(),
-                            m_dest.c_str(), nullptr, false),
+  EXPECT_EQ(ExtractWithHash(m_signer.certFile().c_str(), m_dir.file("none").c_str(), m_dest.c_str(),
+                            nullptr, false),
             PKG_ERR03);
   rmdir(kErrorReportPath);
   EXPECT_NE(output.Finish().find("fopen failed: /tmp/extract_verify_error.txt 21Error No :  38 / "),

@@ -36,20 +36,24 @@ class VersionTpnTest : public testing::Test {
   int m_files = 0;
 };
 
+// Keys and values are trimmed, line ends dropped, comments, sections and
+// lines without "=" ignored, and the first of a key wins (case matters).
 // The list ends at the first number without a name (File7 is never read);
 // sizes truncate toward zero; the map keeps a name's first digest; the image
 // index is the place of the last name holding ".img" (in that case).
 TEST_F(VersionTpnTest, ReadsHeaderAndFilesWithoutLeakingLineEnds) {
   ASSERT_EQ(KALU_NO_ERR,
-            Parse("Torvan Part Number=PN-0042\r\nVersion Number=1.2.3\r\nType=Full\r\n"
-                  "VIN=WVW123\r\nESN=ESN-9\r\nStart Date=2020-01-01\r\nEnd Date=2030-12-31\r\n"
-                  "Pre-Script=pre.sh\r\nSave Location=/fs/usb0\r\n"
+            Parse("# Type=commented\n  ; VIN=commented\n[Type=section]\n[Header]\nno equals\n\n"
+                  "Torvan Part Number=PN-0042\r\n  Version Number \t=\t 1.2.3  \nType=Full\r\r\n"
+                  "type=lower\nType=second\nVIN=WVW123\r\nESN=ESN-9\r\nStart Date=2020-01-01\r\n"
+                  "End Date=2030-12-31\r\nPre-Script = pre install.sh\r\nPost-Script=\r\n"
+                  "Save Location=/fs/a=b ; not a comment # either\n"
                   "File1=boot.img\r\nFile1 Hash Value=" + kHashA + "\r\nFile1 Size=1234.99\r\n"
                   "File2=b.bin\nFile2 Size=-5\nFile3=boot.img\nFile3 Size=4294967296\n"
                   "File3 Hash Value=" + kHashB + "\nFile4=k.img.sig\nFile4 Size=1e30\n"
                   "File5=x.IMG\nFile5 Size=many\nFile7=d.img\n", &manifest));
   EXPECT_EQ((Texts{"PN-0042", "1.2.3", "Full", "WVW123", "ESN-9", "2020-01-01", "2030-12-31",
-                   "pre.sh", "", "/fs/usb0"}),
+                   "pre install.sh", "", "/fs/a=b ; not a comment # either"}),
             (Texts{manifest.m_strPartNumber, manifest.m_strVersionNumber, manifest.m_strType,
                    manifest.m_strVIN, manifest.m_strESN, manifest.m_strStartDate,
                    manifest.m_strEndDate, manifest.m_strPreScript, manifest.m_strPostScript,

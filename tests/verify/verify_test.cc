@@ -1,32 +1,50 @@
 // The two signature checks of Version.der and the certificate store they
 // share: verdicts, the exact texts printed and logged, the output file, and
-// the conversion of certificate times.
+// the conversion of certificate times. Keys and certificates are made here.
 #include <gtest/gtest.h>
 #include <openssl/bio.h>
 #include <openssl/buffer.h>
-#include <openssl/objects.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509v3.h>
+#include <unistd.h>
 
-#include <cerrno>
 #include <climits>
-#include <limits>
 #include <regex>
 #include <stdexcept>
 
 #include "status/kalu_status.h"
 #include "tests/testsupport/capture.h"
-#include "tests/verify/signing_fixture.h"
+#include "tests/testsupport/temp_dir.h"
+#include "tools/pki/pki.h"
 #include "verify/cert_store.h"
 #include "verify/unsign.h"
+#include "verify/verify_by_date.h"
 
-namespace verifytest {
 namespace {
 
-using testsupport::FileExists;
-using testsupport::ReadFile;
-using testsupport::WriteFile;
+using Der = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
+using testsupport::ReadFile;
+
+const unsigned int kBuiltInTime = 1428426906;  // 2015-04-07 17:15:06 UTC
+// The weekday is always Sunday: the time is printed before mktime fills it.
+const char kTimeText[] = "Time [@ DER] in GMT: Sun Apr  7 17:15:06 2015\n";
+const char kManifest[] = "[Header]\r\nPartNumber=4711\n\n[Files]\nfile0=a.bin,00ff,12\n";
+
+// Root and intermediate valid 2010-2040; the signer starts at `signerStart`
+// and ended on 2017-01-01, so it has expired by now.
+struct Chain {
+  explicit Chain(pki::Seconds signerStart = kBuiltInTime,
+                 pki::Seconds middle = pki::UtcTime(2012, 1, 1))
+      : root(pki::MakeRootCa("Root", {pki::UtcTime(2010, 1, 1), pki::UtcTime(2040, 1, 1)})),
+        intermediate(pki::MakeIntermediateCa("Middle", {middle, pki::UtcTime(2040, 1, 1)}, root)),
+        signer(pki::MakeSigner("Signer", {signerStart, pki::UtcTime(2017, 1, 1)}, intermediate)) {}
+  Der Sign(std::vector<X509*> carried = {}) const {
+    return carried.empty() ? pki::SignPkcs7Der(kManifest, signer)
+                           : pki::SignPkcs7Der(kManifest, signer, carried);
+  }
+  pki::Identity root, intermediate, signer;
+};
 
 // `text` as a regular expression that matches only itself.
 std::string L(const std::string& text) {
@@ -37,8 +55,70 @@ Der Encode(PKCS7* p7) {
   Der der(static_cast<size_t>(i2d_PKCS7(p7, nullptr)));
   unsigned char* cursor = der.data();
   i2d_PKCS7(p7, &cursor);
+  PKCS7_free(p7);
   return der;
 }
+
+// One call of a check: its status, its whole printed text and its third log
+// line (after the entry mark and the failed delete), as regular expressions.
+struct Case {
+  const char* name;
+  bool unsign;  // EV_Unsign_using_date, else openSSL_VerifyBasedOnDate
+  unsigned int status;
+  std::string trust;
+  const Der* der;
+  std::string printed;
+  std::string logged;
+  std::string path = "";  // the output (unsigning) or DER path, when not the default
+};
+
+class VerifyTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("TZ", "UTC", 1);
+    tzset();
+  }
+  std::string Trust(const std::vector<X509*>& certs) {
+    const std::string path = dir.file("trust" + std::to_string(++m_files) + ".pem");
+    pki::WriteCertificatesPem(path, certs);
+    return path;
+  }
+  std::string Trust(const Chain& chain) {
+    return Trust({chain.root.cert.get(), chain.intermediate.cert.get()});
+  }
+  // The unsigning check gets its DER in a 4096-byte buffer with leftovers
+  // after it, as the extract thread hands it over.
+  void Expect(const Case& c) {
+    SCOPED_TRACE(c.name);
+    testsupport::RemoveTree(manifest);
+    Der buffer = c.der != nullptr ? *c.der : Der();
+    if (c.unsign && c.der != nullptr) buffer.resize(4096, 0xA5);
+    const char* function = c.unsign ? "EV_Unsign_using_date" : "openSSL_VerifyBasedOnDate";
+    const std::string path = !c.path.empty() ? c.path : c.unsign ? manifest : der;
+    testsupport::LogCapture log;
+    testsupport::OutputCapture out;
+    auto call = c.unsign ? EV_Unsign_using_date : openSSL_VerifyBasedOnDate;
+    EXPECT_EQ(call(path.c_str(), c.trust.c_str(), c.der != nullptr ? buffer.data() : nullptr,
+                   static_cast<int>(buffer.size())),
+              c.status);
+    const std::string printed = out.Finish();
+    EXPECT_TRUE(std::regex_match(printed, std::regex(c.printed))) << printed;
+    const Lines logged = log.Lines(function);
+    ASSERT_GE(logged.size(), 3u);
+    const std::string line = logged[2].substr(0, 3) + logged[2].substr(4 + strlen(function));
+    EXPECT_TRUE(std::regex_match(line, std::regex(c.logged))) << line;
+    if (c.status == KALU_NO_ERR && c.path.empty()) {
+      EXPECT_EQ(ReadFile(manifest), kManifest);
+    }
+  }
+
+  testsupport::TempDir dir;
+  const std::string manifest = dir.file("Version.inf"), der = dir.file("Version.der");
+  const std::string missing = dir.file("missing.pem");
+  Chain chain;
+  const Der good = chain.Sign(), garbage = Der(64, 0x30);
+  int m_files = 0;
+};
 
 // The signer re-issued for server authentication instead of e-mail protection.
 void ReissueForServers(Chain& chain) {
@@ -50,188 +130,123 @@ void ReissueForServers(Chain& chain) {
   X509_sign(cert, chain.intermediate.key.get(), EVP_sha256());
 }
 
-// One call of a check: the whole printed text and the log line after the
-// entry mark and the failed delete, both as regular expressions.
-struct Case {
-  std::string name;
-  unsigned int status;
-  std::string trust;
-  const Der* der;
-  std::string printed;
-  std::string logged;
-  std::string path = "";  // the check's file argument, when not the default
-};
-
-class SignatureTest : public SigningTest {
- protected:
-  void Expect(const Case& c, bool unsign) {
-    SCOPED_TRACE(c.name);
-    testsupport::RemoveTree(manifest);
-    const Outcome got = unsign ? Unsign(c.path.empty() ? manifest : c.path, c.trust, c.der)
-                               : VerifyByDate(c.path.empty() ? der : c.path, c.trust, c.der);
-    EXPECT_EQ(got.status, c.status);
-    EXPECT_TRUE(std::regex_match(got.printed, std::regex(c.printed))) << got.printed;
-    ASSERT_GE(got.logged.size(), 3u);
-    EXPECT_TRUE(std::regex_match(got.logged[2], std::regex(c.logged))) << got.logged[2];
-    if (c.status == KALU_NO_ERR && c.path.empty()) {
-      EXPECT_EQ(ReadFile(manifest), kManifest);
-    }
-  }
-  std::string Deleted(const std::string& path) {
-    return L("Failed Del: " + path + " / " + std::to_string(ENOENT));
-  }
-  std::string Removed(const std::string& path) {
-    return L("Remove Failed -" + path + " / Err: " + std::to_string(ENOENT));
-  }
-
-  const std::string der = dir.file("Version.der");
-  const std::string missing = dir.file("missing.pem");
-  Chain chain;
-  const Der good = chain.Sign();
-  const Der garbage = Der(64, 0x30);
-};
-
-// This check verifies at the signer's own start, and wants exactly one
-// carried certificate with a signing usage; the certificate file must hold
-// the rest of the chain, and any of its certificates may anchor it.
-TEST_F(SignatureTest, UnsigningChecksPrintAndLogTheirVerdict) {
+// The unsigning check verifies at the signer's own start and wants exactly
+// one carried certificate with a signing usage; the certificate file must
+// hold the rest of the chain, any of its certificates may anchor it. The
+// built-in-time check verifies at that time, builds the chain from the
+// certificate file alone and writes the manifest beside the DER file.
+TEST_F(VerifyTest, ChecksPrintAndLogTheirVerdict) {
   Chain late(pki::UtcTime(2016, 6, 1)), stranger, startsAfter(kBuiltInTime, kBuiltInTime + 1);
   Chain server;
   ReissueForServers(server);
-  const Der lateDer = late.Sign(), strangerDer = startsAfter.Sign(), serverDer = server.Sign();
-  const Der two = pki::SignPkcs7Der(kManifest, chain.signer,
-                                    {chain.signer.cert.get(), chain.intermediate.cert.get()});
+  const Der lateDer = late.Sign(), afterDer = startsAfter.Sign(), serverDer = server.Sign();
+  const Der two = chain.Sign({chain.signer.cert.get(), chain.intermediate.cert.get()});
   const Der none = pki::SignPkcs7Der(kManifest, chain.signer, {});
   PKCS7* data = PKCS7_new();
   PKCS7_set_type(data, NID_pkcs7_data);
   const Der plain = Encode(data);
-  PKCS7_free(data);
-  // An encryption algorithm is all a signed-and-enveloped structure needs.
-  PKCS7* envelope = PKCS7_new();
+  PKCS7* envelope = PKCS7_new();  // an encryption algorithm is all it needs
   PKCS7_set_type(envelope, NID_pkcs7_signedAndEnveloped);
   X509_ALGOR_set0(envelope->d.signed_and_enveloped->enc_data->algorithm,
                   OBJ_nid2obj(NID_aes_128_cbc), V_ASN1_UNDEF, nullptr);
   PKCS7_add_certificate(envelope, chain.signer.cert.get());
   const Der enveloped = Encode(envelope);
-  PKCS7_free(envelope);
-
-  const std::string trust = TrustChain(chain), ok = Deleted(manifest) + L(kTimeText);
-  const std::string failed = ok + L("Verification Failed PKCS7_verify() - Error Details:") +
-                             "error:[^\n]*\n";
-  const std::string failedLog = L("31:Verification Failed PKCS7_verify() - Error Details:") +
-                                "error:.* ";
-  const std::string moreThanOne = "More than 1 Cert @ DER, can't proceed";
-  const std::string absent = dir.file("absent/Version.inf");
-  const Case cases[] = {
-      {"expired signer", KALU_NO_ERR, trust, &good, ok, "23:-"},
-      {"signer after the built-in time", KALU_NO_ERR, TrustChain(late), &lateDer,
-       Deleted(manifest) + L("Time [@ DER] in GMT: Sun Jun  1 00:00:00 2016\n"), "23:-"},
-      {"intermediate as anchor", KALU_NO_ERR, TrustFile({chain.intermediate.cert.get()}), &good,
-       ok, "23:-"},
-      {"signer as anchor", KALU_NO_ERR, TrustFile({chain.signer.cert.get()}), &good, ok, "23:-"},
-      {"root alone", SIGN_ERR01, TrustFile({chain.root.cert.get()}), &good, failed, failedLog},
-      {"stranger", SIGN_ERR01, TrustChain(stranger), &good, failed, failedLog},
-      {"intermediate starts after the signer", SIGN_ERR01, TrustChain(startsAfter), &strangerDer,
-       failed, failedLog},
-      {"server usage", SIGN_ERR01, TrustChain(server), &serverDer, failed, failedLog},
-      {"enveloped", SIGN_ERR01, trust, &enveloped, failed, failedLog},
-      {"two carried", SIGN_ERR01, trust, &two, Deleted(manifest) + L(moreThanOne + "\n"),
-       L("23:" + moreThanOne)},
-      {"none carried", SIGN_ERR01, trust, &none, Deleted(manifest) + L(moreThanOne + "\n"),
-       L("23:" + moreThanOne)},
-      {"no buffer", SIGN_ERR01, trust, nullptr, Deleted(manifest) + "Version Der Buffer is NULL\n",
-       "23:Version Der Buffer is NULL"},
-      {"garbage", SIGN_ERR01, trust, &garbage,
-       Deleted(manifest) + "failed to create PKCS7 structure from given DER Buffer\n",
-       "31:failed to create PKCS7 structure from given DER Buffer"},
-      {"missing trust file", SIGN_ERR01, missing, &good,
-       Deleted(manifest) + L("Error loading file " + missing + "\nFailed to create X509_STORE!\n"),
-       L("31:Failed to create X509_STORE!")},
-      {"plain data", SIGN_ERR01, trust, &plain,
-       Deleted(manifest) + L("Value of l_p7type = 21\n" + moreThanOne + "\n"),
-       "23:Value of l_p7type = 21"},
-      {"unwritable output", KALU_NO_ERR, trust, &good,
-       Deleted(absent) + L(kTimeText + ("Failed to create output file:" + absent + "\n ")),
-       L("31:Failed to create output file:" + absent + " "), absent},
-  };
-  for (const Case& c : cases) Expect(c, true);
-  testsupport::RemoveTree(manifest);
-  EXPECT_EQ(Unsign(manifest, trust, &good).logged,
-            (Lines{"23:+", "31:Failed Del: " + manifest + " / 2 ", "23:-"}));
-}
-
-// This check verifies at the built-in time, builds the chain from the
-// certificate file alone and writes the manifest beside the DER file.
-TEST_F(SignatureTest, BuiltInTimeChecksPrintAndLogTheirVerdict) {
-  Chain late(kBuiltInTime + 1), server;
-  ReissueForServers(server);
-  const Der lateDer = late.Sign(), serverDer = server.Sign();
-  const Der carrying = pki::SignPkcs7Der(kManifest, chain.signer,
-                                         {chain.signer.cert.get(), chain.intermediate.cert.get()});
   Der tampered = good;
-  const std::string marker = "PartNumber=4711";
-  auto at = std::search(tampered.begin(), tampered.end(), marker.begin(), marker.end());
-  ASSERT_NE(at, tampered.end());
-  at[marker.size() - 1] = '2';
-  const std::string notPem = dir.file("not.pem");
-  WriteFile(notPem, "-----BEGIN NONSENSE-----\n");
+  *std::search(tampered.begin(), tampered.end(), kManifest + 18, kManifest + 22) = '5';
 
-  const std::string trust = TrustChain(chain), root = TrustFile({chain.root.cert.get()});
-  const std::string lateTrust = TrustChain(late), serverTrust = TrustChain(server);
-  const std::string failedOn = "Verification failed on given DerFile:" + der + ", CertFile:";
-  auto failed = [&](const std::string& file) {
-    return Removed(manifest) + "Verification Failure\\. Error= [0-9]+\nError details=error:[^\n]*\n" +
-           L(failedOn + file + " \n");
+  const std::string trust = Trust(chain), root = Trust({chain.root.cert.get()});
+  const std::string middle = Trust({chain.intermediate.cert.get()});
+  const std::string del = L("Failed Del: " + manifest + " / 2"), ok = del + L(kTimeText);
+  const std::string failed =
+      ok + L("Verification Failed PKCS7_verify() - Error Details:") + "error:[^\n]*\n";
+  const std::string failedLog =
+      L("31:Verification Failed PKCS7_verify() - Error Details:") + "error:.* ";
+  const std::string one = "More than 1 Cert @ DER, can't proceed";
+  const std::string absent = dir.file("absent/Version.inf"), notPem = dir.file("not.pem");
+  testsupport::WriteFile(notPem, "-----BEGIN NONSENSE-----\n");
+  const std::string rm = L("Remove Failed -" + manifest + " / Err: 2");
+  auto refused = [&](const std::string& file) {
+    return rm + "Verification Failure\\. Error= [0-9]+\nError details=error:[^\n]*\n" +
+           L("Verification failed on given DerFile:" + der + ", CertFile:" + file + " \n");
   };
-  const std::string absent = dir.file("absent/Version.der");
+  auto refusedLog = [&](const std::string& file) {
+    return L("23:Verification failed on given DerFile:" + der + ", CertFile:" + file);
+  };
+  const std::string lateTrust = Trust(late), serverTrust = Trust(server);
   const Case cases[] = {
-      {"expired signer", KALU_NO_ERR, trust, &good, Removed(manifest), "23:-"},
-      {"carried certificates do not help", SIGN_ERR01, root, &carrying, failed(root),
-       L("23:" + failedOn + root)},
-      {"intermediate as anchor", KALU_NO_ERR, TrustFile({chain.intermediate.cert.get()}),
-       &carrying, Removed(manifest), "23:-"},
-      {"signer valid after the built-in time", SIGN_ERR01, lateTrust, &lateDer, failed(lateTrust),
-       L("23:" + failedOn + lateTrust)},
-      {"tampered", SIGN_ERR01, trust, &tampered, failed(trust), ".*"},
-      {"server usage", SIGN_ERR01, serverTrust, &serverDer, failed(serverTrust), ".*"},
-      {"no buffer", SIGN_ERR01, trust, nullptr, Removed(manifest) + "ERR: File open failed\n",
+      {"expired signer", true, KALU_NO_ERR, trust, &good, ok, "23:-"},
+      {"late signer", true, KALU_NO_ERR, lateTrust, &lateDer,
+       del + L("Time [@ DER] in GMT: Sun Jun  1 00:00:00 2016\n"), "23:-"},
+      {"intermediate anchor", true, KALU_NO_ERR, middle, &good, ok, "23:-"},
+      {"root alone", true, SIGN_ERR01, root, &good, failed, failedLog},
+      {"stranger", true, SIGN_ERR01, Trust(stranger), &good, failed, failedLog},
+      {"starts after", true, SIGN_ERR01, Trust(startsAfter), &afterDer, failed, failedLog},
+      {"server usage", true, SIGN_ERR01, serverTrust, &serverDer, failed, failedLog},
+      {"enveloped", true, SIGN_ERR01, trust, &enveloped, failed, failedLog},
+      {"two carried", true, SIGN_ERR01, trust, &two, del + L(one + "\n"), L("23:" + one)},
+      {"none carried", true, SIGN_ERR01, trust, &none, del + L(one + "\n"), L("23:" + one)},
+      {"no buffer", true, SIGN_ERR01, trust, nullptr, del + "Version Der Buffer is NULL\n",
+       "23:Version Der Buffer is NULL"},
+      {"garbage", true, SIGN_ERR01, trust, &garbage,
+       del + "failed to create PKCS7 structure from given DER Buffer\n",
+       "31:failed to create PKCS7 structure from given DER Buffer"},
+      {"missing trust", true, SIGN_ERR01, missing, &good,
+       del + L("Error loading file " + missing + "\nFailed to create X509_STORE!\n"),
+       L("31:Failed to create X509_STORE!")},
+      {"plain data", true, SIGN_ERR01, trust, &plain,
+       del + L("Value of l_p7type = 21\n" + one + "\n"), "23:Value of l_p7type = 21"},
+      {"unwritable", true, KALU_NO_ERR, trust, &good,
+       L("Failed Del: " + absent + " / 2" + kTimeText + "Failed to create output file:" + absent +
+         "\n "),
+       L("31:Failed to create output file:" + absent + " "), absent},
+      {"expired signer", false, KALU_NO_ERR, trust, &good, rm, "23:-"},
+      {"intermediate anchor", false, KALU_NO_ERR, middle, &two, rm, "23:-"},
+      {"carried certificates", false, SIGN_ERR01, root, &two, refused(root), refusedLog(root)},
+      {"after built-in time", false, SIGN_ERR01, lateTrust, &lateDer, refused(lateTrust),
+       refusedLog(lateTrust)},
+      {"server usage", false, SIGN_ERR01, serverTrust, &serverDer, refused(serverTrust), ".*"},
+      {"tampered", false, SIGN_ERR01, trust, &tampered, refused(trust), ".*"},
+      {"no buffer", false, SIGN_ERR01, trust, nullptr, rm + "ERR: File open failed\n",
        "31:ERR: File open failed"},
-      {"garbage", SIGN_ERR01, trust, &garbage, Removed(manifest) + "ERR: Extracing PKCS7 failed\n",
+      {"garbage", false, SIGN_ERR01, trust, &garbage, rm + "ERR: Extracing PKCS7 failed\n",
        "31:ERR: Extracing PKCS7 failed"},
-      {"not PEM", SIGN_ERR01, notPem, &good,
-       Removed(manifest) + L("Error loading file " + notPem + "\nERR: Failed to create store!"),
+      {"not PEM", false, SIGN_ERR01, notPem, &good,
+       rm + L("Error loading file " + notPem + "\nERR: Failed to create store!"),
        L("31:ERR: Failed to create store!")},
-      {"missing trust file", SIGN_ERR01, missing, &good,
-       Removed(manifest) + L("Error loading file " + missing + "\nERR: Failed to create store!"),
-       L("31:ERR: Failed to create store!")},
-      {"unwritable output", KALU_NO_ERR, trust, &good,
-       Removed(dir.file("absent/Version.inf")) + L("ERR: Failed to create output file!\n"),
-       L("31:ERR: Failed to create output file!"), absent},
+      {"unwritable", false, KALU_NO_ERR, trust, &good,
+       L("Remove Failed -" + absent + " / Err: 2ERR: Failed to create output file!\n"),
+       L("31:ERR: Failed to create output file!"), dir.file("absent/Version.der")},
   };
-  for (const Case& c : cases) Expect(c, false);
+  for (const Case& c : cases) Expect(c);
 }
 
 // Both delete a stale output first, even when the check then fails; the
 // built-in-time check replaces the last three characters of the DER path
 // (a shorter path throws before anything is deleted).
-TEST_F(SignatureTest, OutputIsDeletedFirstAndNamedAfterTheDerPath) {
-  for (bool unsign : {true, false}) {
-    WriteFile(manifest, "stale");
-    const Outcome got = unsign ? Unsign(manifest, missing, &good) : VerifyByDate(der, missing, &good);
-    EXPECT_EQ(got.status, SIGN_ERR01);
-    EXPECT_EQ(got.printed.find("Fail"), got.printed.find("Failed to create"));
-    EXPECT_FALSE(FileExists(manifest));
+TEST_F(VerifyTest, OutputIsDeletedFirstAndNamedAfterTheDerPath) {
+  for (auto check : {EV_Unsign_using_date, openSSL_VerifyBasedOnDate}) {
+    testsupport::WriteFile(manifest, "stale");
+    testsupport::OutputCapture out;
+    const std::string path = check == EV_Unsign_using_date ? manifest : der;
+    EXPECT_EQ(check(path.c_str(), missing.c_str(), good.data(), static_cast<int>(good.size())),
+              SIGN_ERR01);
+    EXPECT_EQ(out.Finish().rfind("Error loading file", 0), 0u);  // no failed delete first
+    EXPECT_FALSE(testsupport::FileExists(manifest));
   }
   char cwd[PATH_MAX];
   ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
   ASSERT_EQ(chdir(dir.path().c_str()), 0);
-  const std::string trust = TrustChain(chain);
-  EXPECT_EQ(VerifyByDate("abc", trust, &good).printed, "Remove Failed -inf / Err: 2");
-  EXPECT_EQ(ReadFile(dir.file("inf")), kManifest);
-  WriteFile(dir.file("a"), "keep");
-  EXPECT_THROW(VerifyByDate("ab", trust, &good), std::out_of_range);
-  EXPECT_THROW(VerifyByDate("", trust, &good), std::out_of_range);
-  EXPECT_EQ(ReadFile(dir.file("inf")) + ReadFile(dir.file("a")), kManifest + std::string("keep"));
+  const std::string trust = Trust(chain);
+  testsupport::WriteFile("a", "keep");
+  testsupport::OutputCapture out;
+  EXPECT_EQ(openSSL_VerifyBasedOnDate("abc", trust.c_str(), good.data(), int(good.size())),
+            KALU_NO_ERR);
+  for (const char* path : {"ab", ""}) {
+    EXPECT_THROW(openSSL_VerifyBasedOnDate(path, trust.c_str(), good.data(), int(good.size())),
+                 std::out_of_range);
+  }
+  EXPECT_EQ(out.Finish(), "Remove Failed -inf / Err: 2");
+  EXPECT_EQ(ReadFile("inf") + ReadFile("a"), kManifest + std::string("keep"));
   EXPECT_EQ(chdir(cwd), 0);
 }
 
@@ -245,77 +260,61 @@ unsigned int Convert(int type, const std::string& text) {
   return seconds;
 }
 
-// What the conversion stores for `utc` in a UTC process: its low 32 bits
-// when time_t can hold it, else all ones (mktime fails).
-unsigned int Stored(pki::Seconds utc) {
-  const bool fits = utc >= std::numeric_limits<std::time_t>::min() &&
-                    utc <= std::numeric_limits<std::time_t>::max();
-  return fits ? static_cast<unsigned int>(utc) : 0xFFFFFFFFu;
-}
-
-// Other types start at the month of 1900; a short text reads as NULs and is
-// never read past (AddressSanitizer builds catch that); the zone counts.
-TEST_F(SignatureTest, CertificateTimesAreConvertedInTheProcesssZone) {
+// Other types start at the month of 1900 (all ones where time_t cannot hold
+// it); a short text reads as NULs and is never read past (AddressSanitizer
+// builds catch that); the process's zone counts.
+TEST_F(VerifyTest, CertificateTimesAreConvertedInTheProcesssZone) {
   {
     testsupport::LogCapture log;
     testsupport::OutputCapture out;
     EXPECT_EQ(Convert(V_ASN1_UTCTIME, "150407171506Z"), kBuiltInTime);
     EXPECT_EQ(out.Finish(), kTimeText);
-    EXPECT_EQ(log.Lines("EVGetTimefrmASN1Format"),
-              (Lines{"23:EVGetTimefrmASN1Format:+",
-                     std::string("23:EVGetTimefrmASN1Format:") + kTimeText,
-                     "23:EVGetTimefrmASN1Format:-"}));
+    const std::string at = "23:EVGetTimefrmASN1Format:";
+    EXPECT_EQ(log.Lines(), (Lines{at + "+", at + kTimeText, at + "-"}));
   }
   testsupport::OutputCapture quiet;
+  const bool wide = sizeof(time_t) == 8;
   const std::tuple<int, std::string, unsigned int> cases[] = {
       {V_ASN1_UTCTIME, "700101000000Z", 0u},
       {V_ASN1_UTCTIME, "991231235959Z", 946684799u},
       {V_ASN1_UTCTIME, "000101000000Z", 946684800u},
-      {V_ASN1_UTCTIME, "691231235959Z", Stored(pki::UtcTime(2069, 12, 31, 23, 59, 59))},
+      {V_ASN1_UTCTIME, "691231235959Z", wide ? 3155759999u : 0xFFFFFFFFu},
       {V_ASN1_GENERALIZEDTIME, "20150407171506.75+0200", kBuiltInTime},
-      {V_ASN1_OCTET_STRING, "0407171506", Stored(pki::UtcTime(1900, 4, 7, 17, 15, 6))},
-      {V_ASN1_GENERALIZEDTIME, "2015",
-       Convert(V_ASN1_GENERALIZEDTIME, std::string("2015") + std::string(10, '\0'))}};
+      {V_ASN1_OCTET_STRING, "0407171506", wide ? 2094335002u : 0xFFFFFFFFu},
+      {V_ASN1_GENERALIZEDTIME, "2015", Convert(V_ASN1_GENERALIZEDTIME, {"2015\0\0\0\0\0", 9})}};
   for (const auto& c : cases) {
     EXPECT_EQ(Convert(std::get<0>(c), std::get<1>(c)), std::get<2>(c)) << std::get<1>(c);
   }
   Convert(V_ASN1_UTCTIME, "");
-  SetZone("UTC-2");  // two hours east, no daylight saving
+  setenv("TZ", "UTC-2", 1);  // two hours east, no daylight saving
+  tzset();
   EXPECT_EQ(Convert(V_ASN1_UTCTIME, "150407171506Z"), kBuiltInTime - 7200u);
 }
 
-std::string Contents(BIO* memory) {
-  BUF_MEM* buffer = nullptr;
-  BIO_get_mem_ptr(memory, &buffer);
-  return std::string(buffer->data, buffer->length);
-}
-
-TEST_F(SignatureTest, StoreLoadsTheWholeFileAndReportsWhatItCannotLoad) {
+TEST_F(VerifyTest, StoreLoadsTheWholeFileAndReportsWhatItCannotLoad) {
   unsigned int time = 0;
   EXPECT_TRUE(GetTimeFromFile(time));
   EXPECT_EQ(time, kBuiltInTime);
-  X509_STORE* store = create_store(nullptr, TrustChain(chain).c_str(), nullptr);
-  ASSERT_NE(store, nullptr);
+  const std::string trust = Trust(chain), notPem = dir.file("not.pem");
+  X509_STORE* store = create_store(nullptr, trust.c_str(), nullptr);
   EXPECT_EQ(sk_X509_OBJECT_num(X509_STORE_get0_objects(store)), 2);
   X509_STORE_free(store);
-
-  const std::string notPem = dir.file("not.pem"), trust = TrustChain(chain);
-  WriteFile(notPem, "this is not a certificate\n");
+  testsupport::WriteFile(notPem, "this is not a certificate\n");
   // An empty directory name is the one that the hashed-directory lookup refuses.
-  const std::pair<std::string, std::string> failures[] = {
-      {notPem, "Error loading file " + notPem}, {missing, "Error loading file " + missing},
-      {trust, "Error loading directory "}};
-  for (const auto& f : failures) {
+  for (const auto& f : {std::make_pair(notPem, "Error loading file " + notPem),
+                        std::make_pair(missing, "Error loading file " + missing),
+                        std::make_pair(trust, std::string("Error loading directory "))}) {
     BIO* diagnostics = BIO_new(BIO_s_mem());
     testsupport::LogCapture log;
     testsupport::OutputCapture out;
     EXPECT_EQ(create_store(diagnostics, f.first.c_str(), f.first == trust ? "" : nullptr), nullptr);
-    EXPECT_EQ(out.Finish(), f.second + "\n");
-    EXPECT_EQ(Contents(diagnostics), f.second + "\n");
+    BUF_MEM* buffer = nullptr;
+    BIO_get_mem_ptr(diagnostics, &buffer);
+    EXPECT_EQ(std::string(buffer->data, buffer->length) + out.Finish(),
+              f.second + "\n" + f.second + "\n");
     EXPECT_EQ(log.Lines("create_store"), Lines{"31:create_store:" + f.second + " "});
     BIO_free(diagnostics);
   }
 }
 
 }  // namespace
-}  // namespace verifytest
