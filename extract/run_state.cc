@@ -1,13 +1,7 @@
 #include "extract/run_state.h"
 
-#include <cerrno>
-#include <cstdio>
-
-#include "extract/hash_compare.h"
 #include "extract/run_state_internal.h"
-#include "extract/source_reader.h"
 #include "platform/clock.h"
-#include "platform/log.h"
 
 std::string g_certificateFilePath;
 std::string g_srcFilePath;
@@ -23,8 +17,6 @@ EV_Version_TPN* g_objKALU_Version_TPN = nullptr;
 unsigned char g_bFirstArchiveRead = 1;
 
 namespace {
-
-const char kErrorReportPath[] = "/tmp/extract_verify_error.txt";
 
 std::atomic<bool> g_bProgressKnown{false};
 std::atomic<uint64_t> g_ullProgressBytesRead{0};
@@ -48,68 +40,6 @@ void SourceOpened(uint64_t packageSize) {
 void BytesRead(uint64_t total) { g_ullProgressBytesRead = total; }
 
 }  // namespace extract_progress
-
-_KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                            const char* dstDirPath, const char* interestedFileName,
-                            bool exclude) {
-  _KALU_Error status = KALU_NO_ERR;
-  EV_LOG_ENTER();
-  ResetGlobalVariables();
-  g_certificateFilePath = certFilePath;
-  g_srcFilePath = srcFilePath;
-  g_dstDirPath = dstDirPath;
-  if (interestedFileName == nullptr) {
-    g_eExtractionType = EXTRACTION_FULL;
-  } else {
-    g_interesetedFileName = interestedFileName;
-    g_eExtractionType = exclude ? EXTRACTION_EXCLUDE_FILE : EXTRACTION_SINGLE_FILE;
-  }
-  printf("Extraction Type: %d\n", g_eExtractionType);
-  EV_LOG_INFO("Extraction Type: %d ", g_eExtractionType);
-
-  // Only reading, extracting, hashing and writing are timed.
-  uint64_t start = platform::ClockCycles();
-  copyWithHash(status);
-  uint64_t end = platform::ClockCycles();
-  double elapsedMs = static_cast<double>(end - start) * 1000.0 / ticksPerSecond();
-
-  if (status == KALU_NO_ERR) status = compareHashValues();
-  if (status != KALU_NO_ERR) {
-    // Clients look for the name of a failing status in the report file.
-    const char* name = CKALUStatus::EnumToStr(status);
-    FILE* report = fopen(kErrorReportPath, "w");
-    if (report == nullptr) {
-      int error = errno;
-      printf("fopen failed: /tmp/extract_verify_error.txt %d", error);
-      EV_LOG_ERROR("fopen failed: /tmp/extract_verify_error.txt %d ", error);
-    } else {
-      fprintf(report, "%s", name);
-      fclose(report);
-    }
-    printf("Error No :  %d / %s\n", status, name);
-    EV_LOG_ERROR("Error No :  %d / %s ", status, name);
-  }
-
-  printf("Total Consumed Time = %f \n", elapsedMs);
-  EV_LOG_INFO("Total Consumed Time = %f ", elapsedMs);
-  EV_LOG_LEAVE();
-  return status;
-}
-
-_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                                 const char* dstDirPath) {
-  return ExtractWithHash(certFilePath, srcFilePath, dstDirPath, nullptr, false);
-}
-
-_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                                 const char* dstDirPath, const char* interestedFileName,
-                                 bool exclude) {
-  return ExtractWithHash(certFilePath, srcFilePath, dstDirPath, interestedFileName, exclude);
-}
-
-// Kept as entry points for clients; the ring sizes are fixed.
-void InitExtractWithHash() {}
-void SetBufferSize() {}
 
 void AbortExtraction() { g_bAbortExecution = 1; }
 

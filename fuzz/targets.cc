@@ -10,7 +10,7 @@
 
 #include <vector>
 
-#include "extract/run_state.h"
+#include "extract/extraction.h"
 #include "fuzz/harness.h"
 #include "manifest/version_tpn.h"
 #include "platform/hxconfig/HXConfigReader.h"

@@ -19,6 +19,7 @@
 #include "verify/cert_store.h"
 #include "verify/verify_by_date.h"
 #include "verify/unsign.h"
+#include "extract/extraction.h"
 #include "extract/run_state.h"
 #include "extract/read_buffer.h"
 #include "extract/source_reader.h"

@@ -13,6 +13,7 @@
 #include <stdexcept>
 
 #include "status/kalu_status.h"
+#include "support/hash.h"
 #include "tests/testsupport/capture.h"
 #include "tests/testsupport/temp_dir.h"
 #include "tools/pki/pki.h"
@@ -119,6 +120,29 @@ class VerifyTest : public testing::Test {
   const Der good = chain.Sign(), garbage = Der(64, 0x30);
   int m_files = 0;
 };
+
+// OpenSSL reads its configuration at most once per process, on first use;
+// this test runs first and, under CTest, in a process of its own, so the
+// library's call is the first. A configuration that leaves OpenSSL only the
+// null provider (no algorithms) would fail the check if it were read.
+TEST(OpenSslStart, ConfigurationNamedInTheEnvironmentIsNotRead) {
+  testsupport::TempDir dir;
+  testsupport::WriteFile(dir.file("openssl.cnf"),
+                         "openssl_conf = init\n[init]\nproviders = providers\n"
+                         "[providers]\nnull = null\n[null]\nactivate = 1\n");
+  setenv("OPENSSL_CONF", dir.file("openssl.cnf").c_str(), 1);
+  std::unique_ptr<IHash> first(makeHash("sha256"));
+  setenv("TZ", "UTC", 1);
+  Chain chain;
+  const std::string trust = dir.file("trust.pem");
+  pki::WriteCertificatesPem(trust, {chain.root.cert.get(), chain.intermediate.cert.get()});
+  const Der der = chain.Sign();
+  testsupport::OutputCapture out;
+  EXPECT_EQ(EV_Unsign_using_date(dir.file("Version.inf").c_str(), trust.c_str(), der.data(),
+                                 static_cast<int>(der.size())),
+            KALU_NO_ERR);
+  unsetenv("OPENSSL_CONF");
+}
 
 // The signer re-issued for server authentication instead of e-mail protection.
 void ReissueForServers(Chain& chain) {
