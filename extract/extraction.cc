@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "extract/hash_compare.h"
+#include "extract/run_state_internal.h"
 #include "extract/source_reader.h"
 #include "platform/clock.h"
 #include "platform/log.h"
@@ -58,6 +59,7 @@ _KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
   printf("Total Consumed Time = %f \n", elapsedMs);
   EV_LOG_INFO("Total Consumed Time = %f ", elapsedMs);
   EV_LOG_LEAVE();
+  extract_progress::RunDone();
   return status;
 }
 

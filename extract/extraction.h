@@ -10,23 +10,24 @@
 
 #include "extract/run_state.h"
 #include "status/kalu_status.h"
+#include "extract_verify_export.h"
 
 // Runs one extraction: verifies Version.der against `certFilePath`, writes
 // Version.inf and every selected entry of `srcFilePath` into `dstDirPath` and
 // checks every written file against the manifest. A null `interestedFileName`
 // extracts everything; otherwise only that entry (exclude false) or all but
 // that entry (exclude true). Returns KALU_NO_ERR (1) on success.
-_KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
+EV_EXPORT _KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
                             const char* dstDirPath, const char* interestedFileName,
                             bool exclude);
-_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                                 const char* dstDirPath);
-_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                                 const char* dstDirPath, const char* interestedFileName,
-                                 bool exclude);
+EV_EXPORT _KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
+                                           const char* dstDirPath);
+EV_EXPORT _KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
+                                           const char* dstDirPath,
+                                           const char* interestedFileName, bool exclude);
 
 // Kept as entry points for clients; the ring sizes are fixed.
-void InitExtractWithHash();
-void SetBufferSize();
+EV_EXPORT void InitExtractWithHash();
+EV_EXPORT void SetBufferSize();
 
 #endif  // EXTRACT_EXTRACTION_H_

@@ -11,6 +11,7 @@
 
 #include "extract/hash_write_buffer.h"
 #include "extract/run_state.h"
+#include "extract/run_state_internal.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
@@ -79,7 +80,6 @@ void JoinStartedThreads(HashAndWriteBuffer* buffer) {
 // nothing.
 std::string DigestText(const IHash* hash) {
   std::string text;
-  if (hash == nullptr) return text;
   std::pair<const unsigned char*, uint32_t> digest = hash->getHash();
   char hex[3];
   for (uint32_t i = 0; i < digest.second; ++i) {
@@ -179,6 +179,7 @@ bool WaitForChildThreads() {
     incomplete = incomplete || buffer->m_bWriteFailed || !buffer->m_bHashThreadStarted ||
                  !buffer->m_bWriterThreadStarted;
     delete buffer;
+    extract_progress::FileFinished();
   }
   EmptyBufferList();
   return incomplete;

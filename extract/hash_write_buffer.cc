@@ -35,8 +35,6 @@ HashAndWriteBuffer::HashAndWriteBuffer(std::string fileName, std::string filePat
   m_pHash = hash.release();
 }
 
-// The members then end in reverse order of declaration: the strings, the
-// check, read, hash and copy locks with their conditions, the storage.
 HashAndWriteBuffer::~HashAndWriteBuffer() {
   delete m_pHash;
   m_pHash = nullptr;

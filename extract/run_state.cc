@@ -1,6 +1,7 @@
 #include "extract/run_state.h"
 
 #include "extract/run_state_internal.h"
+#include "extract_verify.h"
 #include "platform/clock.h"
 
 std::string g_certificateFilePath;
@@ -21,6 +22,8 @@ namespace {
 std::atomic<bool> g_bProgressKnown{false};
 std::atomic<uint64_t> g_ullProgressBytesRead{0};
 std::atomic<uint64_t> g_ullProgressPackageSize{0};
+std::atomic<EV_ExtractionStage> g_eStage{EXTRACTION_STAGE_IDLE};
+std::atomic<uint32_t> g_uFilesFinished{0};
 
 }  // namespace
 
@@ -30,6 +33,8 @@ void Begin() {
   g_bProgressKnown = false;
   g_ullProgressBytesRead = 0;
   g_ullProgressPackageSize = 0;
+  g_uFilesFinished = 0;
+  g_eStage = EXTRACTION_STAGE_READING;
 }
 
 void SourceOpened(uint64_t packageSize) {
@@ -38,6 +43,12 @@ void SourceOpened(uint64_t packageSize) {
 }
 
 void BytesRead(uint64_t total) { g_ullProgressBytesRead = total; }
+
+void ReadingDone() { g_eStage = EXTRACTION_STAGE_FINISHING; }
+
+void FileFinished() { ++g_uFilesFinished; }
+
+void RunDone() { g_eStage = EXTRACTION_STAGE_DONE; }
 
 }  // namespace extract_progress
 
@@ -75,4 +86,9 @@ bool GetExtractionProgress(uint64_t* bytesRead, uint64_t* packageSize) {
   *bytesRead = g_ullProgressBytesRead;
   *packageSize = g_ullProgressPackageSize;
   return true;
+}
+
+EV_ExtractionStage GetExtractionStage(uint32_t* filesFinished) {
+  if (filesFinished != nullptr) *filesFinished = g_uFilesFinished;
+  return g_eStage;
 }

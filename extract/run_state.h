@@ -18,6 +18,7 @@
 
 #include "manifest/version_tpn.h"
 #include "status/kalu_status.h"
+#include "extract_verify_export.h"
 
 class HashAndWriteBuffer;
 
@@ -27,25 +28,20 @@ enum EV_ExtractionType : int32_t {
   EXTRACTION_EXCLUDE_FILE = 3,
 };
 
-extern std::string g_certificateFilePath;
-extern std::string g_srcFilePath;
-extern std::string g_dstDirPath;
-extern std::string g_interesetedFileName;
-extern int32_t g_eExtractionType;
-extern std::atomic<unsigned char> g_bAbortExecution;
-extern std::atomic<unsigned char> g_isExtractionCompleted;
-extern std::map<std::string, std::string> g_hashResult;
-extern std::vector<HashAndWriteBuffer*> g_vectorOfTHashAndWriteBuffer;
-extern EV_Version_TPN* g_objKALU_Version_TPN;
+extern EV_EXPORT std::string g_certificateFilePath;
+extern EV_EXPORT std::string g_srcFilePath;
+extern EV_EXPORT std::string g_dstDirPath;
+extern EV_EXPORT std::string g_interesetedFileName;
+extern EV_EXPORT int32_t g_eExtractionType;
+extern EV_EXPORT std::atomic<unsigned char> g_bAbortExecution;
+extern EV_EXPORT std::atomic<unsigned char> g_isExtractionCompleted;
+extern EV_EXPORT std::map<std::string, std::string> g_hashResult;
+extern EV_EXPORT std::vector<HashAndWriteBuffer*> g_vectorOfTHashAndWriteBuffer;
+extern EV_EXPORT EV_Version_TPN* g_objKALU_Version_TPN;
 
-void AbortExtraction();
-bool CheckParticularFileExtraction();
-void ResetGlobalVariables();
-double ticksPerSecond();
-
-// Progress of the run in progress (or of the last run): bytes of the package
-// read so far and the package's size. False until a run has opened its source
-// and learnt its size. Any thread, at any time.
-bool GetExtractionProgress(uint64_t* bytesRead, uint64_t* packageSize);
+EV_EXPORT void AbortExtraction();
+EV_EXPORT bool CheckParticularFileExtraction();
+EV_EXPORT void ResetGlobalVariables();
+EV_EXPORT double ticksPerSecond();
 
 #endif  // EXTRACT_RUN_STATE_H_

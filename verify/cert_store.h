@@ -8,7 +8,8 @@
 #define VERIFY_CERT_STORE_H_
 
 #include <openssl/ossl_typ.h>
+#include "extract_verify_export.h"
 
-X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir);
+EV_EXPORT X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir);
 
 #endif  // VERIFY_CERT_STORE_H_

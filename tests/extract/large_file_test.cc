@@ -8,7 +8,7 @@
 
 #include <filesystem>
 
-#include "extract/extraction.h"
+#include "extract_verify.h"
 #include "tests/extract/run_fixture.h"
 #include "tools/package/manifest_text.h"
 

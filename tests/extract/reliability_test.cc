@@ -15,7 +15,7 @@
 #include <random>
 #include <thread>
 
-#include "platform/file_io.h"
+#include "testing/seams.h"
 #include "tests/extract/run_fixture.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -135,17 +135,17 @@ RunResult RunTest::Run(const std::string& packagePath, const RunOptions& options
       result.threadName = name;
       done = true;
     });
-    // With `stall`, the run blocks at the FIFO until the reader has filled the ring.
-    result.stalled =
-        options.stall && Await(
-                             done,
-                             [&] {
-                               uint64_t read = 0, size = 0;
-                               return GetExtractionProgress(&read, &size) &&
-                                      read >= uint64_t{ReadAndExtractBuffer::kChunkCount} *
-                                                  ReadAndExtractBuffer::kChunkSize;
-                             },
-                             options.bound);
+    // With `stall`, the run blocks at the FIFO until the reader has filled the
+    // ring or read the whole package.
+    const auto readerWaits = [&] {
+      uint64_t read = 0, size = 0;
+      const uint64_t ring =
+          uint64_t{ReadAndExtractBuffer::kChunkCount} * ReadAndExtractBuffer::kChunkSize;
+      return (GetExtractionProgress(&read, &size) && read >= ring) ||
+             GetExtractionStage(nullptr) == EXTRACTION_STAGE_FINISHING;
+    };
+    result.stalled = options.stall && Await(done, readerWaits, options.bound);
+    if (result.stalled) result.stalledStage = GetExtractionStage(nullptr);
     if (options.duringRun && (result.stalled || !options.stall)) options.duringRun();
     if (options.stall) FeedFifo(fifo, testsupport::ReadFile(m_signer.certFile()), done);
     Await(

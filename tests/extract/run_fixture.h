@@ -6,9 +6,9 @@
 // the log captured, and aborts the process should the run outlive its bound
 // (a hung run cannot be taken back). With `stall`, the run's certificate file
 // is a FIFO: the extract thread blocks opening it at Version.der while the
-// source reader fills the read ring; once the ring is full `duringRun` runs
-// and the certificate is fed in, so what follows happens with the reader
-// blocked, deterministically.
+// source reader fills the read ring (or reads a smaller package to its end);
+// then `duringRun` runs and the certificate is fed in, so what follows
+// happens with the reader blocked or done, deterministically.
 //
 // After every run the fixture checks what must hold whatever the package
 // held: no descriptor or thread left behind; nothing written outside the
@@ -29,7 +29,7 @@
 #include <string>
 #include <vector>
 
-#include "extract/extraction.h"
+#include "extract_verify.h"
 #include "tests/testsupport/report_lock.h"
 #include "tests/testsupport/signed_package.h"
 #include "tests/testsupport/temp_dir.h"
@@ -43,8 +43,9 @@ struct RunResult {
   _KALU_Error status = KALU_ERR;
   std::string output;
   std::vector<std::string> logs;  // "level:function:text"
-  bool stalled = false;           // the ring filled while the run was blocked
-  uint64_t bytesRead = 0;         // of the package, at the end of the run
+  bool stalled = false;  // the ring filled (or the package was read) while the run was blocked
+  EV_ExtractionStage stalledStage = EXTRACTION_STAGE_IDLE;  // then
+  uint64_t bytesRead = 0;                                   // of the package, at the end of the run
   uint64_t packageSize = 0;
   std::string threadName;  // of the thread that called ExtractWithHash, afterwards
 

@@ -35,8 +35,9 @@ struct Case {
   std::vector<std::string> logged = {};  // "level:function:text"
   std::map<std::string, std::string> written = {};
   std::vector<std::string> absent = {};
-  std::function<void()> prepare = nullptr;  // after the build, before the run
-  std::function<void()> more = nullptr;     // after the run
+  EV_ExtractionStage stage = EXTRACTION_STAGE_READING;  // when stalled
+  std::function<void()> prepare = nullptr;              // after the build, before the run
+  std::function<void()> more = nullptr;                 // after the run
 };
 
 void ExpectInOrder(const std::string& output, const std::vector<std::string>& texts) {
@@ -245,6 +246,14 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
   k->more = [] { EXPECT_EQ(g_isExtractionCompleted.load(), 1); };
   add("bytes after the archive", {SignedManifest(), a}, KALU_NO_ERR)->options.trailingBytes =
       kLargePackageBytes;
+  // A package read to its end while Version.der waits: the run is not over.
+  k = add("package read, run not over", {SignedManifest(), a, b}, KALU_NO_ERR);
+  k->stage = EXTRACTION_STAGE_FINISHING;
+  k->more = [] {
+    uint32_t filesFinished = 0;
+    EXPECT_EQ(GetExtractionStage(&filesFinished), EXTRACTION_STAGE_DONE);
+    EXPECT_EQ(filesFinished, 2u);
+  };
   k = add("abort", {SignedManifest(), Large("large")}, PKG_ERR03);
   k->run.duringRun = AbortExtraction;
   k->printed = {"Extraction Interrupted.\n", "Wait extractTid thread to join\n"};
@@ -259,7 +268,10 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
     RunResult run = Run(package, one.run);
     EXPECT_EQ(run.status, one.status);
     EXPECT_EQ(run.stalled, one.run.stall);
-    EXPECT_TRUE(!one.run.stall || run.bytesRead < run.packageSize);
+    if (one.run.stall) {
+      EXPECT_EQ(run.stalledStage, one.stage);
+      EXPECT_EQ(run.bytesRead < run.packageSize, one.stage == EXTRACTION_STAGE_READING);
+    }
     ExpectInOrder(run.output, one.printed);
     for (const std::string& text : one.notPrinted) EXPECT_FALSE(run.Printed(text)) << text;
     for (const std::string& line : one.logged) EXPECT_TRUE(run.Logged(line)) << line;
@@ -314,6 +326,9 @@ TEST_F(RunTest, FullRunWritesEveryFileAndLeavesItsStateBehind) {
   EXPECT_FALSE(CheckParticularFileExtraction() || g_bAbortExecution || g_isExtractionCompleted);
   EXPECT_TRUE(g_vectorOfTHashAndWriteBuffer.empty());
   EXPECT_EQ(g_hashResult, m_expected);
+  uint32_t filesFinished = 0;
+  EXPECT_EQ(GetExtractionStage(&filesFinished), EXTRACTION_STAGE_DONE);
+  EXPECT_EQ(filesFinished, 6u);
   ASSERT_NE(g_objKALU_Version_TPN, nullptr);
   EXPECT_EQ(g_objKALU_Version_TPN->m_nFileCount, 6);  // a fresh object, parsed once
   EXPECT_EQ(g_objKALU_Version_TPN->m_strPartNumber, "TP-4711");

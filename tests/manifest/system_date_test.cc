@@ -9,7 +9,7 @@
 #include <ctime>
 #include <string>
 
-#include "platform/process.h"
+#include "testing/seams.h"
 #include "tests/testsupport/temp_dir.h"
 
 namespace {

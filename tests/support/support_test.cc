@@ -11,7 +11,7 @@
 
 #include "support/file_handle.h"
 #include "support/sync.h"
-#include "support/sync_internal.h"
+#include "testing/seams.h"
 #include "tests/testsupport/capture.h"
 
 namespace {

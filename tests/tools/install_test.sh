@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the built project into a fresh prefix, builds examples/ against
 # it with find_package(extract_verify) and runs the example client on a
-# package that the installed tool makes; then builds the client once more
+# package that the installed tool makes, and once more with a SIGINT that the
+# client turns into an abort; then builds the client once more
 # with the flags of the installed pkg-config file, and checks that those
 # flags name neither a run path nor the folder of the project's headers.
 #
@@ -51,9 +52,11 @@ cmake --build "$work/client" > "$work/build.log"
 run "$prefix/bin/extract-verify" demo --quiet --dir "$work/demo" > "$work/demo.log"
 mkdir "$work/out"
 run "$work/client/client" "$work/demo/trust.pem" "$work/demo/package.tar.gz" "$work/out" \
-  > "$work/client.log"
+  > "$work/client.log" 2> "$work/progress.log"
 grep -q "package DEMO-0001 version 1.0.0: 4 file(s) verified" "$work/client.log" ||
   fail "unexpected client output: $(tail -n 3 "$work/client.log")"
+grep -q "done: 4 file(s) finished" "$work/progress.log" ||
+  fail "unexpected progress: $(tail -c 200 "$work/progress.log")"
 for file in "$work"/demo/input/*; do
   cmp -s "$file" "$work/out/$(basename "$file")" || fail "$(basename "$file") differs"
 done
@@ -64,6 +67,27 @@ if run "$work/client/client" "$work/demo/trust.pem" "$work/missing.tar.gz" "$wor
   fail "the client succeeded on a missing package"
 fi
 grep -q "extraction failed: PKG_ERR03 (38)" "$work/client.err" || fail "$(cat "$work/client.err")"
+
+# SIGINT while the run reads: the certificate comes through a FIFO, so the
+# run waits at Version.der with its read ring full (the package is larger)
+# until the client has taken the signal and asked for the abort.
+mkfifo "$work/trust.fifo"
+rm -rf "$work/out" && mkdir "$work/out"
+"${emulator[@]}" "$work/client/client" "$work/trust.fifo" "$work/demo/package.tar.gz" \
+  "$work/out" > "$work/abort.log" 2> "$work/abort.err" &
+client=$!
+waitFor() {
+  for _ in $(seq 300); do grep -q "$1" "$work/abort.err" && return; sleep 0.1; done
+  fail "the client never showed '$1': $(cat "$work/abort.err")"
+}
+waitFor "reading"
+kill -INT "$client"
+waitFor "abort requested"
+timeout 60 sh -c 'cat "$1" > "$2"' sh "$work/demo/trust.pem" "$work/trust.fifo" ||
+  fail "the run never opened its certificate"
+if wait "$client"; then fail "the client was not stopped by SIGINT"; fi
+grep -q "Extraction Interrupted." "$work/abort.log" || fail "$(tail -n 3 "$work/abort.log")"
+grep -q "extraction failed: PKG_ERR03 (38)" "$work/abort.err" || fail "$(cat "$work/abort.err")"
 
 if [ ${#emulator[@]} -eq 0 ]; then
   export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
