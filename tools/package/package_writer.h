@@ -59,7 +59,7 @@ struct Entry {
 
   std::string name;
   EntryKind kind = EntryKind::kRegular;
-  std::string linkTarget;  // symbolic and hard links
+  std::string linkTarget;                   // symbolic and hard links
   unsigned int devMajor = 0, devMinor = 0;  // character devices
 
   // Data of a regular entry.
