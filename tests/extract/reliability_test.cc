@@ -150,6 +150,49 @@ TEST_F(RunTest, FaultsEndTheRunFailedOrComplete) {
       EXPECT_EQ(run.status, KALU_NO_ERR);
     }
   }
+  // A few hundred bytes whose GNU sparse entry inflates to 1 TiB of zeros:
+  // after the manifest its size is refused before a byte is written; before
+  // it the walk stops once the destination is full, or at once on an abort
+  // that comes after the whole package has been read.
+  const char* bombEnds[] = {
+      "Error: entry bomb refused: declared size 1099511627776 differs from the signed size 512\n",
+      "Failed to write content: 27 ", "Extraction Interrupted.\n"};
+  for (int c = 0; c < 3; ++c) {
+    const bool manifestFirst = c == 0, abort = c == 2;
+    std::vector<Entry> entries = {Entry::File("bomb", std::string(512, 'z')), SignedManifest()};
+    if (manifestFirst) std::swap(entries[0], entries[1]);
+    testsupport::PackageOptions sparse;
+    sparse.editTar = [](std::string* tar) {
+      ASSERT_TRUE(package::MakeTarEntrySparse(tar, "bomb", uint64_t{1} << 40));
+    };
+    Build(entries, sparse);
+    ClearDestination();
+    auto aborted = std::chrono::steady_clock::now();
+    RunOptions options;
+    options.bound = std::chrono::seconds(20);
+    options.duringRun = [&] {
+      uint64_t read = 0, size = 0;
+      while (abort &&
+             !(GetExtractionProgress(&read, &size) && read == size &&
+               testsupport::FileExists(Out("bomb"))) &&
+             std::chrono::steady_clock::now() - aborted < std::chrono::seconds(10)) {
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+      }
+      aborted = std::chrono::steady_clock::now();
+      if (abort) AbortExtraction();
+    };
+    sighandler_t saved = signal(SIGXFSZ, SIG_IGN);
+    RunResult run = Limited(RLIMIT_FSIZE, abort ? uint64_t{256} << 20 : uint64_t{1} << 20,
+                            [&] { return Run(path, options); });
+    signal(SIGXFSZ, saved);
+    EXPECT_EQ(run.status, manifestFirst ? SIGN_ERR02 : PKG_ERR03) << bombEnds[c];
+    EXPECT_TRUE(run.Printed(bombEnds[c])) << bombEnds[c];
+    EXPECT_TRUE(!abort || std::chrono::steady_clock::now() - aborted < std::chrono::seconds(1));
+    EXPECT_FALSE(abort && run.Printed("Failed to write content"));
+    EXPECT_EQ(testsupport::FileExists(Out("bomb")), !manifestFirst) << bombEnds[c];
+  }
+  Build({SignedManifest(), Entry::Generated("image.bin", 8 << 20, 31),
+         Entry::Generated("config.bin", 1 << 20, 32, true), Entry::File("notes.txt", "notes\n")});
   // The moments range over how long an undisturbed run takes.
   const auto start = std::chrono::steady_clock::now();
   ClearDestination();

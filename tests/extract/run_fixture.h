@@ -80,6 +80,7 @@ class RunTest : public ::testing::Test {
   testsupport::TestSigner m_signer{m_dir.file("ca.pem")};
   std::map<std::string, std::string> m_expected;  // path below the destination -> digest
   std::string m_manifestText;
+  std::set<std::string> m_planted;  // links the test placed in the destination itself
 
  private:
   void ExpectSafeOutcome(const RunResult& run, const std::set<std::string>& dirBefore);

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 
+#include "extract/completeness.h"
 #include "tests/extract/run_fixture.h"
 #include "tests/testsupport/capture.h"
 
@@ -84,7 +85,10 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
   k = add("empty name selects nothing", {SignedManifest(), a, b}, KALU_NO_ERR);
   k->run.interested = "";
   k->printed = {"Skipped File : a  from Extraction\n", "Skipped File : b  from Extraction\n"};
-  k->more = [] { EXPECT_FALSE(CheckParticularFileExtraction()); };
+  k->more = [] {
+    EXPECT_FALSE(CheckParticularFileExtraction());
+    EXPECT_EQ(CheckExtractionCompleteness(), SIGN_ERR02);  // the file asked for is not there
+  };
   // The comparison prints and logs every match and the first failure, in name
   // order; a digest differing only in case is a mismatch.
   k = add("digest in upper case", {SignedManifest(), a, c}, SIGN_ERR02);
@@ -100,7 +104,8 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
            "Extracted file Hash Value : " + digestC}) {
     k->logged.push_back("23:compareHashValues:" + line);
   }
-  k = add("file not in the manifest", {SignedManifest(), c, b, a}, SIGN_ERR02);
+  // With the manifest last, the files are judged by their digests alone.
+  k = add("file not in the manifest", {c, b, a, SignedManifest()}, SIGN_ERR02);
   k->options.leftOutOfManifest = {"b"};
   k->options.hashOverrides = {{"c", std::string(64, '0')}};
   k->printed = {
@@ -152,7 +157,7 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
   // "<destination>/<name>" is cut to the path buffer; the digest is still
   // recorded under the whole name, which the manifest lists.
   const std::string longName(300, 'n');
-  const std::string cut = (Out(longName)).substr(0, 255).substr(m_dest.size() + 1);
+  const std::string cut = (Out(longName)).substr(0, 254).substr(m_dest.size() + 1);
   k = add("long name", {SignedManifest(), Entry::File(longName, "long\n")}, KALU_NO_ERR);
   k->prepare = [&] { m_expected = {{cut, package::Sha256Hex("long\n")}}; };
   k->written = {{cut, "long\n"}};
@@ -175,21 +180,58 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
       k->absent = {special.name};
     }
   }
-  // Everything after the header is taken as the file's data, up to the end.
-  k = add("declared size beyond the package",
-          {SignedManifest(), a, Entry::Generated("big", 70000, 3), c}, PKG_ERR03);
-  k->options.editTar = [](std::string* tar) {
-    ASSERT_TRUE(package::PatchTarEntrySize(tar, "big", (uint64_t{1} << 33) - 1));
-  };
-  k->printed = {"Problem extracting file\n"};
-  k->absent = {"c"};
+  // After the manifest a size other than the signed one, or a name it does
+  // not list, is refused before a byte is written; before it, everything
+  // after the header is taken as the file's data, up to the end.
+  for (bool manifestFirst : {true, false}) {
+    k = add("declared size beyond the package", {a, Entry::Generated("big", 70000, 3), c},
+            manifestFirst ? SIGN_ERR02 : PKG_ERR03);
+    k->entries.insert(manifestFirst ? k->entries.begin() : k->entries.end(), SignedManifest());
+    k->options.editTar = [](std::string* tar) {
+      ASSERT_TRUE(package::PatchTarEntrySize(tar, "big", (uint64_t{1} << 33) - 1));
+    };
+    k->printed = {manifestFirst ? "Error: entry big refused: declared size 8589934591 differs "
+                                  "from the signed size 70000\n"
+                                : "Problem extracting file\n"};
+    k->absent = {"c"};
+    if (manifestFirst) k->absent.push_back("big");
+  }
+  k = add("file not listed", {SignedManifest(), a, b}, SIGN_ERR02);
+  k->options.leftOutOfManifest = {"b"};
+  k->printed = {"Error: entry b refused: not listed in the signed manifest\n"};
+  k->absent = {"b"};
+  // The verified manifest on disk is never replaced, even by a signed entry.
+  for (const std::string name : {"Version.inf", "./Version.inf"}) {
+    k = add("entry over the manifest file", {SignedManifest(), a, Entry::File(name, "File1=a\n")},
+            PKG_ERR03);
+    if (name[0] == '.') k->options.leftOutOfManifest = {name};
+    k->printed = {"Error: entry " + name + " refused: its path is that of the verified manifest\n"};
+    k->more = [&] { EXPECT_EQ(ReadFile(Out("Version.inf")), m_manifestText); };
+  }
+  // A link placed in the destination before the run is not written through:
+  // the file fails as when its directory is missing; Version.inf is made anew.
+  const std::string victim = m_dir.file("victim");
+  for (const char* link : {"b", "Version.inf"}) {
+    k = add(std::string("link planted as ") + link, {SignedManifest(), a, b},
+            link[0] == 'b' ? PKG_ERR03 : KALU_NO_ERR);
+    k->prepare = [&, link] {
+      testsupport::WriteFile(victim, "victim\n");
+      symlink(victim.c_str(), Out(link).c_str());
+      m_planted = {link};
+    };
+    k->printed = {link[0] == 'b' ? writeFailed : ""};
+    k->more = [&] {
+      EXPECT_EQ(ReadFile(victim), "victim\n");
+      m_planted.clear();
+    };
+  }
   // A second entry over a signed one: the first digest is kept and the file
   // on disk no longer matches it; the same data twice passes.
   std::vector<Entry> twice = {SignedManifest(), Entry::Generated("dup", 100000, 1), b};
   PackageOptions signedOnce;
   signedOnce.manifestText =
       testsupport::BuildSignedPackage(m_signer, m_dir.file("p"), twice).manifestText;
-  twice.push_back(Entry::Generated("dup", 90000, 2));
+  twice.push_back(Entry::Generated("dup", 100000, 2));  // the signed size
   k = add("second entry of a name", twice, PKG_ERR03);
   k->options = signedOnce;
   k->printed = {"Error: " + Out("dup") + " written twice with different contents\n"};
@@ -240,10 +282,18 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
                 "HashValues are Same - [File Name] a \n"};
   k->notPrinted = {"Extracting file Name : l"};
   k->absent = {"f..txt"};
+  k->more = [] {  // ... but the package was not written whole, which the client can ask
+    testsupport::OutputCapture output;
+    EXPECT_EQ(CheckExtractionCompleteness(), SIGN_ERR02);
+    EXPECT_EQ(output.Finish(), "!!!! File Not Extracted - [File Name] f..txt \n");
+  };
   k = add("single file found", {SignedManifest(), a, b, Large("large")}, KALU_NO_ERR);
   k->run.interested = "b";
   k->notPrinted = {"Skipped File : large"};
-  k->more = [] { EXPECT_EQ(g_isExtractionCompleted.load(), 1); };
+  k->more = [] {
+    EXPECT_EQ(g_isExtractionCompleted.load(), 1);
+    EXPECT_EQ(CheckExtractionCompleteness(), KALU_NO_ERR);
+  };
   add("bytes after the archive", {SignedManifest(), a}, KALU_NO_ERR)->options.trailingBytes =
       kLargePackageBytes;
   // A package read to its end while Version.der waits: the run is not over.
@@ -334,16 +384,30 @@ TEST_F(RunTest, FullRunWritesEveryFileAndLeavesItsStateBehind) {
   EXPECT_EQ(g_objKALU_Version_TPN->m_strPartNumber, "TP-4711");
 }
 
+// The report's path is shared by every user of the machine: a directory
+// there, or a link, FIFO or second name of a file that another user planted,
+// is not written through. The failed open is reported; the status stands.
 TEST_F(RunTest, UnwritableErrorReportIsReportedAndTheStatusKept) {
-  unlink(kErrorReportPath);
-  ASSERT_EQ(mkdir(kErrorReportPath, 0700), 0);
-  testsupport::OutputCapture output;
-  EXPECT_EQ(ExtractWithHash(m_signer.certFile().c_str(), m_dir.file("none").c_str(), m_dest.c_str(),
-                            nullptr, false),
-            PKG_ERR03);
-  rmdir(kErrorReportPath);
-  EXPECT_NE(output.Finish().find("fopen failed: /tmp/extract_verify_error.txt 21Error No :  38 / "),
-            std::string::npos);
+  const std::string victim = m_dir.file("victim");
+  testsupport::WriteFile(victim, "victim");
+  const std::pair<std::function<int()>, int> planted[] = {
+      {[] { return mkdir(kErrorReportPath, 0700); }, EISDIR},
+      {[&] { return symlink(victim.c_str(), kErrorReportPath); }, ELOOP},
+      {[] { return mkfifo(kErrorReportPath, 0600); }, ENXIO},
+      {[&] { return link(victim.c_str(), kErrorReportPath); }, EMLINK}};
+  for (const auto& plant : planted) {
+    remove(kErrorReportPath);
+    ASSERT_EQ(plant.first(), 0);
+    testsupport::OutputCapture output;
+    EXPECT_EQ(ExtractWithHash(m_signer.certFile().c_str(), m_dir.file("none").c_str(),
+                              m_dest.c_str(), nullptr, false),
+              PKG_ERR03);
+    remove(kErrorReportPath);
+    EXPECT_NE(output.Finish().find("fopen failed: /tmp/extract_verify_error.txt " +
+                                   std::to_string(plant.second) + "Error No :  38 / "),
+              std::string::npos);
+    EXPECT_EQ(ReadFile(victim), "victim");
+  }
 }
 
 }  // namespace

@@ -84,7 +84,7 @@ TEST_F(ToolTest, ExtractSaysWhatTheStatusAloneDoesNot) {
 }
 
 TEST_F(ToolTest, InterruptedExtractionExitsWith130) {
-  std::vector<unsigned char> der = pki::SignPkcs7Der("File1=big.bin\n", m_signer);
+  std::vector<unsigned char> der = pki::SignPkcs7Der("File1=big.bin\nFile1 Size=67108864\n", m_signer);
   package::WritePackage(Path("big.tar.gz"),
                         {package::Entry::File("Version.der", std::string(der.begin(), der.end())),
                          package::Entry::Generated("big.bin", uint64_t{64} << 20, 5, true)});
