@@ -4,15 +4,14 @@
 // the full ring when the extract thread goes on: the run must end, with the
 // status of its case.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <functional>
 #include <map>
 #include <string>
 #include <vector>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "extract_verify.h"
 #include "platform/log.h"
@@ -62,8 +61,8 @@ TEST_F(ExtractionRunTest, UnwritableErrorReportIsReportedAndKeepsTheStatus) {
     RunResult run;
     {
       testsupport::OutputCapture output;
-      run.status = ExtractWithHash(certFile().c_str(), m_dir.file("none").c_str(),
-                                   m_dest.c_str(), nullptr, false);
+      run.status = ExtractWithHash(certFile().c_str(), m_dir.file("none").c_str(), m_dest.c_str(),
+                                   nullptr, false);
       run.output = output.Finish();
     }
     remove(kErrorReportPath);
@@ -107,9 +106,9 @@ TEST_F(ExtractionRunTest, ComparisonReportsOnlyTheFirstFailingFile) {
   missingAndWrong.leftOutOfManifest = {"b"};
   missingAndWrong.hashOverrides = {{"c", std::string(64, '0')}};
   // The manifest comes last: the files are judged by their digests alone.
-  auto package = Build({Entry::File("c", "c\n"), Entry::File("b", "b\n"),
-                        Entry::File("a", "a\n"), SignedManifest()},
-                       missingAndWrong);
+  auto package = Build(
+      {Entry::File("c", "c\n"), Entry::File("b", "b\n"), Entry::File("a", "a\n"), SignedManifest()},
+      missingAndWrong);
   RunResult run = Run(package.path);
   EXPECT_EQ(run.status, SIGN_ERR02);
   EXPECT_EQ(ErrorReport(), "SIGN_ERR02");
@@ -123,15 +122,15 @@ TEST_F(ExtractionRunTest, ComparisonReportsOnlyTheFirstFailingFile) {
   package = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("c", "c\n")}, uppercase);
   run = Run(package.path);
   EXPECT_EQ(run.status, SIGN_ERR02);
-  ExpectInOrder(run.output, {"HashValues are Same - [File Name] a \n",
-                             "!!!! HashValue Mismatch Error - [File Name] c \n",
-                             "Version Inf Hash Value    : " + digest + " \n",
-                             "Error No :  41 / SIGN_ERR02\n"});
+  ExpectInOrder(
+      run.output,
+      {"HashValues are Same - [File Name] a \n", "!!!! HashValue Mismatch Error - [File Name] c \n",
+       "Version Inf Hash Value    : " + digest + " \n", "Error No :  41 / SIGN_ERR02\n"});
 }
 
 TEST_F(ExtractionRunTest, EntryInAMissingSubdirectoryFailsItsWriterAndTheRun) {
-  auto package = Build({SignedManifest(), Entry::File("a", "a\n"),
-                        Entry::Generated("missing/b", 40000, 5)});
+  auto package =
+      Build({SignedManifest(), Entry::File("a", "a\n"), Entry::Generated("missing/b", 40000, 5)});
 
   RunResult run = Run(package.path);
 
@@ -201,8 +200,8 @@ TEST_F(ExtractionRunTest, RunsThatStopBeforeTheEndEndWithTheStatusOfTheirCase) {
 
   // An untrusted signature abandons the files already started.
   testsupport::TestSigner stranger(m_dir.file("stranger.pem"));
-  StoppedEarlyCase* c = &add("untrusted signature",
-                             {a, SignedManifest(), LargeEntry("large")}, SIGN_ERR01);
+  StoppedEarlyCase* c =
+      &add("untrusted signature", {a, SignedManifest(), LargeEntry("large")}, SIGN_ERR01);
   c->options.versionDer = stranger.Sign("File1=stall.bin\n");
   c->printedInOrder = {"Extracting file Name : a\n"};
   c->notPrinted = {"Extracting file Name : large"};

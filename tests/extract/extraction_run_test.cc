@@ -1,7 +1,6 @@
 // End-to-end runs that succeed: every extraction type, entry order, file
 // sizes around the chunk size, and the run state a run leaves behind.
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 #include "extract/completeness.h"
@@ -62,10 +61,10 @@ TEST_F(ExtractionRunTest, EachExtractionTypeWritesItsFilesAndRunsStartFromTheSam
   ClearDestination();
   mkdir(Out("dir").c_str(), 0755);
   mkdir(Out("x").c_str(), 0755);
-  std::vector<Entry> entries = {Entry::File("a.txt", "alpha\n"), SignedManifest(),
-                                Entry::Generated("dir/b.bin", 70000, 2),
-                                Entry::Generated("x/Version.der", 300, 3),
-                                Entry::File("Version.der.bak", "b"), Entry::File("Version.derx", "x")};
+  std::vector<Entry> entries = {
+      Entry::File("a.txt", "alpha\n"),         SignedManifest(),
+      Entry::Generated("dir/b.bin", 70000, 2), Entry::Generated("x/Version.der", 300, 3),
+      Entry::File("Version.der.bak", "b"),     Entry::File("Version.derx", "x")};
   auto package = Build(entries);
 
   run = Run(package.path);
@@ -79,16 +78,16 @@ TEST_F(ExtractionRunTest, EachExtractionTypeWritesItsFilesAndRunsStartFromTheSam
   }
   EXPECT_EQ(ReadFile(Out("Version.inf")), package.manifestText);
   EXPECT_EQ(ErrorReport(), kReportUntouched);
-  ExpectInOrder(run.output,
-                {"Extraction Type: 1\n", "Input File : " + package.path + "\n",
-                 "File size : " + std::to_string(package.size) + " Bytes\n",
-                 "Extracting file Name : a.txt\n", "Extracting file Name : Version.der\n",
-                 "Version_Parse_INF File Location : " + Out("Version.inf") + "\n",
-                 "Extracting file Name : dir/b.bin\n", "Extracting file Name : x/Version.der\n",
-                 "Waiting for child threads to join\n",
-                 "HashValues are Same - [File Name] a.txt \n",
-                 "HashValues are Same - [File Name] dir/b.bin \n",
-                 "HashValues are Same - [File Name] x/Version.der \n", "Total Consumed Time = "});
+  ExpectInOrder(
+      run.output,
+      {"Extraction Type: 1\n", "Input File : " + package.path + "\n",
+       "File size : " + std::to_string(package.size) + " Bytes\n", "Extracting file Name : a.txt\n",
+       "Extracting file Name : Version.der\n",
+       "Version_Parse_INF File Location : " + Out("Version.inf") + "\n",
+       "Extracting file Name : dir/b.bin\n", "Extracting file Name : x/Version.der\n",
+       "Waiting for child threads to join\n", "HashValues are Same - [File Name] a.txt \n",
+       "HashValues are Same - [File Name] dir/b.bin \n",
+       "HashValues are Same - [File Name] x/Version.der \n", "Total Consumed Time = "});
   ExpectInOrder(run.output, {"Wait extractTid thread to join\n", "HashValues are Same"});
   EXPECT_TRUE(run.Logged(kLogInfo, "ExtractWithHash", "Extraction Type: 1 "));
   EXPECT_TRUE(run.Logged(kLogInfo, "copyWithHash", " Entering While Loop "));
@@ -181,8 +180,8 @@ TEST_F(ExtractionRunTest, EmptyButPresentNameSelectsByNameAndMatchesNoEntry) {
 // The file on disk holds the second entry's data, or a mix of both, so the
 // run fails although the first digest, which is kept, matches.
 TEST_F(ExtractionRunTest, TwoEntriesOfOneNameKeepTheFirstDigestAndFailTheRun) {
-  auto package = Build({SignedManifest(), Entry::File("dup", "first\n"),
-                        Entry::File("dup", "other\n")});
+  auto package =
+      Build({SignedManifest(), Entry::File("dup", "first\n"), Entry::File("dup", "other\n")});
 
   RunResult run = Run(package.path);
 
