@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "fuzz/fuzz_support.h"
+#include "fuzz/harness.h"
 #include "tools/package/manifest_text.h"
 #include "tools/package/package_writer.h"
 
@@ -19,8 +19,7 @@ namespace {
 using package::Entry;
 
 void Write(const std::string& dir, const std::string& name, const std::string& bytes) {
-  fuzz::WriteBytes(dir + "/seed-" + name, reinterpret_cast<const uint8_t*>(bytes.data()),
-                   bytes.size());
+  testsupport::WriteFile(dir + "/seed-" + name, bytes);
 }
 
 std::string Der(const std::vector<unsigned char>& der) {
@@ -55,7 +54,6 @@ void ExtractSeeds(const std::string& dir) {
   Write(dir, "manifest-second", Package(files, 1));
   Write(dir, "ustar", Package(files, 0, package::TarFormat::kUstar));
   Write(dir, "only-manifest", Package({}, 0));
-  Write(dir, "readme-only", Package({files[0]}, 0));
   Write(dir, "long-name", Package({Entry::File(std::string(120, 'n') + ".txt", "x")}, 0));
   Write(dir, "directory", Package({files[0], Entry::Directory("dir")}, 0));
   Write(dir, "symlink", Package({files[0], Entry::Symlink("link", "/tmp")}, 0));
