@@ -2,8 +2,6 @@
 // share: verdicts, the exact texts printed and logged, the output file, and
 // the conversion of certificate times. Keys and certificates are made here.
 #include <gtest/gtest.h>
-#include <openssl/bio.h>
-#include <openssl/buffer.h>
 #include <openssl/pkcs7.h>
 #include <openssl/x509v3.h>
 #include <unistd.h>
@@ -313,32 +311,6 @@ TEST_F(VerifyTest, CertificateTimesAreConvertedInTheProcesssZone) {
   setenv("TZ", "UTC-2", 1);  // two hours east, no daylight saving
   tzset();
   EXPECT_EQ(Convert(V_ASN1_UTCTIME, "150407171506Z"), kBuiltInTime - 7200u);
-}
-
-TEST_F(VerifyTest, StoreLoadsTheWholeFileAndReportsWhatItCannotLoad) {
-  unsigned int time = 0;
-  EXPECT_TRUE(GetTimeFromFile(time));
-  EXPECT_EQ(time, kBuiltInTime);
-  const std::string trust = Trust(chain), notPem = dir.file("not.pem");
-  X509_STORE* store = create_store(nullptr, trust.c_str(), nullptr);
-  EXPECT_EQ(sk_X509_OBJECT_num(X509_STORE_get0_objects(store)), 2);
-  X509_STORE_free(store);
-  testsupport::WriteFile(notPem, "this is not a certificate\n");
-  // An empty directory name is the one that the hashed-directory lookup refuses.
-  for (const auto& f : {std::make_pair(notPem, "Error loading file " + notPem),
-                        std::make_pair(missing, "Error loading file " + missing),
-                        std::make_pair(trust, std::string("Error loading directory "))}) {
-    BIO* diagnostics = BIO_new(BIO_s_mem());
-    testsupport::LogCapture log;
-    testsupport::OutputCapture out;
-    EXPECT_EQ(create_store(diagnostics, f.first.c_str(), f.first == trust ? "" : nullptr), nullptr);
-    BUF_MEM* buffer = nullptr;
-    BIO_get_mem_ptr(diagnostics, &buffer);
-    EXPECT_EQ(std::string(buffer->data, buffer->length) + out.Finish(),
-              f.second + "\n" + f.second + "\n");
-    EXPECT_EQ(log.Lines("create_store"), Lines{"31:create_store:" + f.second + " "});
-    BIO_free(diagnostics);
-  }
 }
 
 }  // namespace
