@@ -19,6 +19,7 @@ namespace {
 using package::Entry;
 
 void Write(const std::string& dir, const std::string& name, const std::string& bytes) {
+  mkdir(dir.c_str(), 0755);  // the first seed of a target makes its directory
   testsupport::WriteFile(dir + "/seed-" + name, bytes);
 }
 
@@ -89,9 +90,6 @@ int main(int argc, char** argv) {
   }
   const std::string out = argv[1];
   mkdir(out.c_str(), 0755);
-  for (const char* target : {"manifest", "unsign", "extract"}) {
-    mkdir((out + "/" + target).c_str(), 0755);
-  }
   ManifestSeeds(out + "/manifest");
   UnsignSeeds(out + "/unsign");
   ExtractSeeds(out + "/extract");

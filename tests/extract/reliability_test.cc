@@ -41,14 +41,17 @@ int Rounds(const char* variable, int fallback) {
   return value != nullptr && std::atoi(value) > 0 ? std::atoi(value) : fallback;
 }
 
-// `run` under a soft limit of `resource`, restored afterwards.
+// `run` under a soft limit of `resource`, restored afterwards. Writes past a
+// file size limit fail with EFBIG instead of raising SIGXFSZ.
 RunResult Limited(int resource, uint64_t value, const std::function<RunResult()>& run) {
   rlimit saved{};
   getrlimit(resource, &saved);
   rlimit limit = saved;
   limit.rlim_cur = value;
   EXPECT_EQ(setrlimit(resource, &limit), 0) << "limit " << resource;
+  sighandler_t savedHandler = signal(SIGXFSZ, SIG_IGN);
   RunResult result = run();
+  signal(SIGXFSZ, savedHandler);
   setrlimit(resource, &saved);
   return result;
 }
@@ -122,16 +125,14 @@ TEST_F(RunTest, DamagedPackageFailsOrWritesOnlySignedFiles) {
 // that finds the end of the file nothing fails), an abort comes at any
 // moment: every run ends, failed or complete, and the process carries on.
 TEST_F(RunTest, FaultsEndTheRunFailedOrComplete) {
-  const uint64_t size = Build({SignedManifest(), Entry::Generated("image.bin", 8 << 20, 31),
-                               Entry::Generated("config.bin", 1 << 20, 32, true),
-                               Entry::File("notes.txt", "notes\n")})
-                            .size;
+  const std::vector<Entry> entries = {SignedManifest(), Entry::Generated("image.bin", 8 << 20, 31),
+                                      Entry::Generated("config.bin", 1 << 20, 32, true),
+                                      Entry::File("notes.txt", "notes\n")};
+  const uint64_t size = Build(entries).size;
   const std::string path = m_dir.file("package.tar.gz");
   for (uint64_t limit : {uint64_t{16} << 10, uint64_t{1} << 20}) {
     ClearDestination();
-    sighandler_t saved = signal(SIGXFSZ, SIG_IGN);  // writes past the limit fail with EFBIG
     RunResult run = Limited(RLIMIT_FSIZE, limit, [&] { return Run(path); });
-    signal(SIGXFSZ, saved);
     EXPECT_EQ(run.status, PKG_ERR03) << limit;
     EXPECT_TRUE(run.Printed("Failed to write content: " + std::to_string(EFBIG) + " ")) << limit;
   }
@@ -159,13 +160,13 @@ TEST_F(RunTest, FaultsEndTheRunFailedOrComplete) {
       "Failed to write content: 27 ", "Extraction Interrupted.\n"};
   for (int c = 0; c < 3; ++c) {
     const bool manifestFirst = c == 0, abort = c == 2;
-    std::vector<Entry> entries = {Entry::File("bomb", std::string(512, 'z')), SignedManifest()};
-    if (manifestFirst) std::swap(entries[0], entries[1]);
+    std::vector<Entry> bomb = {Entry::File("bomb", std::string(512, 'z')), SignedManifest()};
+    if (manifestFirst) std::swap(bomb[0], bomb[1]);
     testsupport::PackageOptions sparse;
     sparse.editTar = [](std::string* tar) {
       ASSERT_TRUE(package::MakeTarEntrySparse(tar, "bomb", uint64_t{1} << 40));
     };
-    Build(entries, sparse);
+    Build(bomb, sparse);
     ClearDestination();
     auto aborted = std::chrono::steady_clock::now();
     RunOptions options;
@@ -181,18 +182,15 @@ TEST_F(RunTest, FaultsEndTheRunFailedOrComplete) {
       aborted = std::chrono::steady_clock::now();
       if (abort) AbortExtraction();
     };
-    sighandler_t saved = signal(SIGXFSZ, SIG_IGN);
     RunResult run = Limited(RLIMIT_FSIZE, abort ? uint64_t{256} << 20 : uint64_t{1} << 20,
                             [&] { return Run(path, options); });
-    signal(SIGXFSZ, saved);
     EXPECT_EQ(run.status, manifestFirst ? SIGN_ERR02 : PKG_ERR03) << bombEnds[c];
     EXPECT_TRUE(run.Printed(bombEnds[c])) << bombEnds[c];
     EXPECT_TRUE(!abort || std::chrono::steady_clock::now() - aborted < std::chrono::seconds(1));
     EXPECT_FALSE(abort && run.Printed("Failed to write content"));
     EXPECT_EQ(testsupport::FileExists(Out("bomb")), !manifestFirst) << bombEnds[c];
   }
-  Build({SignedManifest(), Entry::Generated("image.bin", 8 << 20, 31),
-         Entry::Generated("config.bin", 1 << 20, 32, true), Entry::File("notes.txt", "notes\n")});
+  Build(entries);
   // The moments range over how long an undisturbed run takes.
   const auto start = std::chrono::steady_clock::now();
   ClearDestination();
@@ -246,8 +244,7 @@ TEST_F(RunTest, ConsecutiveRunsLeaveNoMemoryBehind) {
 std::vector<Entry> ManyFiles(int count) {
   std::vector<Entry> entries;
   for (int i = 0; i < count; ++i) {
-    char name[32];
-    snprintf(name, sizeof name, "f%05d", i);
+    const std::string name = "f" + std::to_string(100000 + i).substr(1);  // sorts as it counts
     entries.push_back(Entry::Generated(name, 64 + i % 512, static_cast<uint64_t>(i)));
   }
   return entries;

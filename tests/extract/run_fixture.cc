@@ -1,6 +1,5 @@
 #include "tests/extract/run_fixture.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -75,23 +74,16 @@ bool Await(const std::atomic<bool>& done, const std::function<bool()>& ready,
 }  // namespace
 
 size_t CountEntries(const char* directory) {
-  size_t count = 0;
-  DIR* dir = opendir(directory);
-  while (const dirent* entry = dir != nullptr ? readdir(dir) : nullptr) {
-    if (entry->d_name[0] != '.') ++count;
-  }
-  if (dir != nullptr) closedir(dir);
-  return count;
+  std::error_code unreadable;
+  fs::directory_iterator entries(directory, unreadable);
+  return unreadable ? 0 : static_cast<size_t>(std::distance(entries, fs::directory_iterator()));
 }
 
 bool RunResult::Logged(const std::string& line) const {
   return std::find(logs.begin(), logs.end(), line) != logs.end();
 }
 
-RunTest::RunTest()
-    : m_dest(m_dir.file("out")),
-      m_sentinel(m_dir.file("sentinel")),
-      m_signer(m_dir.file("ca.pem")) {
+RunTest::RunTest() {
   // Signatures are checked at the signer's start of validity, which the
   // library converts in the local time zone.
   setenv("TZ", "UTC", 1);

@@ -15,11 +15,9 @@
 namespace {
 
 std::string Today() {
-  std::time_t now = std::time(nullptr);
-  std::tm local{};
-  localtime_r(&now, &local);
+  const std::time_t now = std::time(nullptr);
   char text[16];
-  std::strftime(text, sizeof(text), "%Y-%m-%d\n", &local);
+  std::strftime(text, sizeof(text), "%Y-%m-%d\n", std::localtime(&now));
   return text;
 }
 
