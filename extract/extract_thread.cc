@@ -273,7 +273,10 @@ bool EntryWalker::copyEntryData() {
     unsigned char* chunk = file->nextCopy();
     if (chunk == nullptr) return false;  // the source has ended
     la_ssize_t copied = archive_read_data(m_reader, chunk, HashAndWriteBuffer::kChunkSize);
-    if (copied == 0) return false;
+    if (copied == 0) {
+      file->copyComplete();
+      return false;
+    }
     if (copied < 0) {
       printf("Problem extracting file\n");
       EXTRACT_LOG(kLogInfo, "Problem extracting file");

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "extract/hash_write_buffer.h"
+#include "extract/ring_pool.h"
 #include "extract/run_state.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
@@ -89,7 +90,11 @@ std::string DigestText(const IHash* hash) {
   return text;
 }
 
-void EmptyBufferList() { std::vector<HashAndWriteBuffer*>().swap(g_vectorOfTHashAndWriteBuffer); }
+// The run's rings are all back: the pages of the idle ones go back too.
+void EmptyBufferList() {
+  std::vector<HashAndWriteBuffer*>().swap(g_vectorOfTHashAndWriteBuffer);
+  FileRingPool().trim();
+}
 
 }  // namespace
 

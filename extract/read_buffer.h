@@ -8,6 +8,12 @@
 // flag; no operation holds both. The ring lives on the reader's stack for one
 // run and must outlive the extract thread.
 //
+// Hand-offs: a party is signalled only while it waits. The consumer, the
+// slower of the two, is woken for every chunk published; the producer only
+// once kWakeBatch chunks are free, so that it reads a batch per wake-up.
+// Were both asleep, fewer than kWakeBatch + 1 of the 128 chunks could be
+// accounted for, so neither waits for ever.
+//
 // When the consumer stops early it calls extractStopped(): a producer blocked
 // in nextWrite wakes and gets null, so no path can leave the reader waiting
 // for a chunk that nobody will give back.
@@ -30,7 +36,7 @@ struct ExtractChunk {
 
 class ReadAndExtractBuffer {
  public:
-  enum : uint32_t { kChunkCount = 128, kChunkSize = 32768 };
+  enum : uint32_t { kChunkCount = 128, kChunkSize = 32768, kWakeBatch = 16 };
 
   ReadAndExtractBuffer();
   ~ReadAndExtractBuffer();
@@ -67,12 +73,14 @@ class ReadAndExtractBuffer {
   uint32_t m_writeIndex = 0;
   uint32_t m_freeCount = kChunkCount;
   bool m_bExtractStopped = false;  // write lock
+  bool m_bProducerWaiting = false;  // write lock
 
   Mutex m_extractLock;
   Cond m_filledCond;
   uint32_t m_extractIndex = 0;
   uint32_t m_filledCount = 0;
   bool m_bWriteFinished = false;  // extract lock
+  bool m_bConsumerWaiting = false;  // extract lock
 };
 
 #endif  // EXTRACT_READ_BUFFER_H_

@@ -1,4 +1,5 @@
-// Scoped owners of a POSIX mutex and condition variable.
+// Scoped owners of a POSIX mutex and condition variable, and a scoped hold
+// of such a mutex.
 //
 // The constructors throw std::runtime_error when the object cannot be
 // initialised (after printing and logging why); the destructors report a
@@ -34,6 +35,22 @@ class Cond {
 
  private:
   pthread_cond_t m_cond;
+};
+
+// Holds a Mutex for the lifetime of the object. wait and signal act on a
+// condition paired with that mutex.
+class MutexLock {
+ public:
+  explicit MutexLock(Mutex& mutex) : m_mutex(mutex) { pthread_mutex_lock(m_mutex); }
+  ~MutexLock() { pthread_mutex_unlock(m_mutex); }
+  MutexLock(const MutexLock&) = delete;
+  MutexLock& operator=(const MutexLock&) = delete;
+
+  void wait(Cond& cond) { pthread_cond_wait(cond, m_mutex); }
+  static void signal(Cond& cond) { pthread_cond_signal(cond); }
+
+ private:
+  Mutex& m_mutex;
 };
 
 #endif  // SUPPORT_SYNC_H_

@@ -51,18 +51,21 @@ class FileThreadsTest : public testing::Test {
     return buffer;
   }
 
-  // Fills chunks of 32 KiB (the last one shorter) as the extract thread does;
-  // returns the number of bytes the ring accepted before refusing a chunk.
+  // Fills chunks of 32 KiB (the last one shorter) as the extract thread does,
+  // asking for one more chunk to learn that the data has ended; returns the
+  // number of bytes the ring accepted before refusing a chunk.
   static size_t Fill(HashAndWriteBuffer* buffer, const std::string& data) {
-    size_t at = 0;
-    for (; at < data.size(); at += kChunk) {
+    for (size_t at = 0;; at += kChunk) {
       unsigned char* chunk = buffer->nextCopy();
-      if (chunk == nullptr) break;
+      if (chunk == nullptr) return at;
+      if (at >= data.size()) {
+        buffer->copyComplete();
+        return data.size();
+      }
       size_t n = std::min(kChunk, data.size() - at);
       std::memcpy(chunk, data.data() + at, n);
       buffer->copyReady(static_cast<unsigned int>(n));
     }
-    return std::min(at, data.size());
   }
 
   // Writes `data` through one buffer and collects it; returns the digest.

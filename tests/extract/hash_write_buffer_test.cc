@@ -95,6 +95,17 @@ TEST_F(RingTest, FilledAndHashedChunksAreDrainedBeforeTheEndIsReported) {
   EXPECT_EQ(HashAndWriteBuffer::Chunk(nullptr, 0), ring.nextRead());
 }
 
+// Once the data is complete and every chunk is back, the storage returns to
+// the pool, which hands it to the next file instead of mapping fresh pages.
+TEST_F(RingTest, ACompleteDrainedRingServesTheNextFile) {
+  unsigned char* storage = ring.chunk(0);
+  Cycle(10);
+  ring.nextCopy();
+  ring.copyComplete();
+  HashAndWriteBuffer next("next", dir.file("next"));
+  EXPECT_EQ(storage, next.chunk(0));
+}
+
 TEST_F(RingTest, NextCheckReportsBytesWrittenSinceLastCallThenZeroAfterTheEnd) {
   Cycle(10);
   Cycle(20);

@@ -48,7 +48,8 @@ TEST(ReadAndExtractBufferTest, ChunksTravelInRingOrderWithTheirLengthsAndWrapAro
   }
 }
 
-TEST(ReadAndExtractBufferTest, FullRingBlocksTheProducerUntilAChunkIsGivenBack) {
+// The producer waits for a batch of free chunks, not for one.
+TEST(ReadAndExtractBufferTest, FullRingBlocksTheProducerUntilChunksAreGivenBack) {
   ReadAndExtractBuffer ring;
   unsigned char* first = FillRing(ring);
   std::atomic<bool> returned{false};
@@ -61,6 +62,10 @@ TEST(ReadAndExtractBufferTest, FullRingBlocksTheProducerUntilAChunkIsGivenBack) 
   EXPECT_EQ(ring.nextExtract().data, first);
   EXPECT_FALSE(returned);
   ring.extractReady();
+  for (uint32_t i = 1; i < ReadAndExtractBuffer::kWakeBatch; ++i) {
+    ring.nextExtract();
+    ring.extractReady();
+  }
   EXPECT_EQ(producer.get(), first);
 }
 
