@@ -5,7 +5,12 @@
 #   include/extract_verify/
 #             extract_verify.h and every project header it includes, by
 #             their paths from the project root (status/kalu_status.h ...),
-#             plus the stand-ins' headers under platform/
+#             plus the stand-ins' headers under platform/. Installed copies
+#             include each other as "extract_verify/<path>", so a client
+#             needs only -I<prefix>/include and writes
+#             #include <extract_verify/extract_verify.h>
+#   include/extract_verify.h
+#             forwards there, for clients that include the bare name
 #   bin/      the extract-verify tool
 #   lib/cmake/extract_verify/
 #             find_package(extract_verify): the imported target
@@ -13,7 +18,10 @@
 #   lib/pkgconfig/extract_verify.pc
 #
 # Installed binaries find their libraries next to themselves ($ORIGIN), so a
-# prefix can be moved or used without ldconfig.
+# prefix can be moved or used without ldconfig. Each file belongs to one
+# component, which is one Debian package (cmake/Package.cmake): lib (the
+# shared libraries), dev (headers, namelink, CMake and pkg-config files) and
+# tool (the extract-verify tool).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -44,6 +52,14 @@ function(ev_collect_headers header out)
   set(${out} ${found} PARENT_SCOPE)
 endfunction()
 
+# Writes the installed copy of the header at `path`, whose project includes
+# get the "extract_verify/" prefix.
+function(ev_stage_header path staged)
+  file(READ ${path} content)
+  string(REGEX REPLACE "(^|\n)#include \"" "\\1#include \"extract_verify/" content "${content}")
+  file(WRITE ${staged} "${content}")
+endfunction()
+
 set(ev_public_headers)
 ev_collect_headers(extract_verify.h ev_public_headers)
 ev_collect_headers(platform/hxlog/hxlog.h ev_public_headers)
@@ -54,9 +70,16 @@ foreach(header ${ev_public_headers})
   else()
     set(path ${PROJECT_SOURCE_DIR}/include/${header})
   endif()
+  set(staged ${PROJECT_BINARY_DIR}/installed_headers/${header})
+  ev_stage_header(${path} ${staged})
   get_filename_component(subdir ${header} DIRECTORY)
-  install(FILES ${path} DESTINATION ${ev_install_includedir}/${subdir})
+  install(FILES ${staged} DESTINATION ${ev_install_includedir}/${subdir} COMPONENT dev)
 endforeach()
+file(WRITE ${PROJECT_BINARY_DIR}/installed_headers/forward/extract_verify.h
+  "// Kept for clients that include the library's header by its bare name.\n"
+  "#include \"extract_verify/extract_verify.h\"\n")
+install(FILES ${PROJECT_BINARY_DIR}/installed_headers/forward/extract_verify.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 
 set_target_properties(extract_verify PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(extract-verify PROPERTIES
@@ -64,14 +87,13 @@ set_target_properties(extract-verify PROPERTIES
 
 install(TARGETS extract_verify hxlog HX_ConfigParser
   EXPORT extract_verify_targets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  INCLUDES DESTINATION ${ev_install_includedir})
-install(TARGETS extract-verify RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT lib NAMELINK_COMPONENT dev)
+install(TARGETS extract-verify RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
 
 install(EXPORT extract_verify_targets
   NAMESPACE extract_verify::
   FILE extract_verifyTargets.cmake
-  DESTINATION ${ev_install_cmakedir})
+  DESTINATION ${ev_install_cmakedir} COMPONENT dev)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/extract_verifyConfig.cmake.in
   ${PROJECT_BINARY_DIR}/extract_verifyConfig.cmake
   INSTALL_DESTINATION ${ev_install_cmakedir})
@@ -80,7 +102,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/extract_verifyConfigVersi
 install(FILES
   ${PROJECT_BINARY_DIR}/extract_verifyConfig.cmake
   ${PROJECT_BINARY_DIR}/extract_verifyConfigVersion.cmake
-  DESTINATION ${ev_install_cmakedir})
+  DESTINATION ${ev_install_cmakedir} COMPONENT dev)
 
 # The .pc file finds the prefix from its own place, wherever the prefix is.
 file(RELATIVE_PATH ev_pc_to_prefix /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
@@ -88,4 +110,4 @@ string(REGEX REPLACE "/$" "" ev_pc_to_prefix "${ev_pc_to_prefix}")
 configure_file(${CMAKE_CURRENT_LIST_DIR}/extract_verify.pc.in
   ${PROJECT_BINARY_DIR}/extract_verify.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/extract_verify.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

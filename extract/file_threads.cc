@@ -12,6 +12,7 @@
 #include "extract/hash_write_buffer.h"
 #include "extract/ring_pool.h"
 #include "extract/run_state.h"
+#include "extract/run_state_internal.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
@@ -80,7 +81,6 @@ void JoinStartedThreads(HashAndWriteBuffer* buffer) {
 // nothing.
 std::string DigestText(const IHash* hash) {
   std::string text;
-  if (hash == nullptr) return text;
   std::pair<const unsigned char*, uint32_t> digest = hash->getHash();
   char hex[3];
   for (uint32_t i = 0; i < digest.second; ++i) {
@@ -184,6 +184,7 @@ bool WaitForChildThreads() {
     incomplete = incomplete || buffer->m_bWriteFailed || !buffer->m_bHashThreadStarted ||
                  !buffer->m_bWriterThreadStarted;
     delete buffer;
+    extract_progress::FileFinished();
   }
   EmptyBufferList();
   return incomplete;

@@ -8,11 +8,12 @@
 #define EXTRACT_HASH_COMPARE_H_
 
 #include "status/kalu_status.h"
+#include "extract_verify_export.h"
 
 // KALU_NO_ERR when every written file is listed in the manifest with the same
 // digest text (also when none was written); VER_ERR01 when no manifest was
 // loaded; SIGN_ERR02 at the first file, in name order, that is not listed or
 // whose digest differs (byte for byte, no case folding).
-_KALU_Error compareHashValues();
+EV_EXPORT _KALU_Error compareHashValues();
 
 #endif  // EXTRACT_HASH_COMPARE_H_

@@ -45,8 +45,9 @@
 #include "support/file_handle.h"
 #include "support/hash.h"
 #include "support/sync.h"
+#include "extract_verify_export.h"
 
-class HashAndWriteBuffer {
+class EV_EXPORT HashAndWriteBuffer {
  public:
   enum : uint32_t { kChunkCount = 512, kChunkSize = 32768, kWakeBatch = 16 };
   using Chunk = std::pair<unsigned char*, unsigned int>;

@@ -12,9 +12,6 @@ uint32_t NextIndex(uint32_t index) {
 
 }  // namespace
 
-// The locks and conditions are members declared after the array, so they are
-// made after it and destroyed before it, extract side first; a failure while
-// making one releases the others already made.
 ReadAndExtractBuffer::ReadAndExtractBuffer()
     : m_data(new unsigned char[size_t{kChunkCount} * kChunkSize]) {
   std::memset(m_lengths, 0, sizeof m_lengths);

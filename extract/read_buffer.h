@@ -26,6 +26,7 @@
 
 #include "status/kalu_status.h"
 #include "support/sync.h"
+#include "extract_verify_export.h"
 
 class HashAndWriteBuffer;
 
@@ -34,7 +35,7 @@ struct ExtractChunk {
   uint32_t length;      // 0 at the end of input
 };
 
-class ReadAndExtractBuffer {
+class EV_EXPORT ReadAndExtractBuffer {
  public:
   enum : uint32_t { kChunkCount = 128, kChunkSize = 32768, kWakeBatch = 16 };
 

@@ -1,13 +1,8 @@
 #include "extract/run_state.h"
 
-#include <cerrno>
-#include <cstdio>
-
-#include "extract/hash_compare.h"
 #include "extract/run_state_internal.h"
-#include "extract/source_reader.h"
+#include "extract_verify.h"
 #include "platform/clock.h"
-#include "platform/log.h"
 
 std::string g_certificateFilePath;
 std::string g_srcFilePath;
@@ -24,11 +19,11 @@ unsigned char g_bFirstArchiveRead = 1;
 
 namespace {
 
-const char kErrorReportPath[] = "/tmp/extract_verify_error.txt";
-
 std::atomic<bool> g_bProgressKnown{false};
 std::atomic<uint64_t> g_ullProgressBytesRead{0};
 std::atomic<uint64_t> g_ullProgressPackageSize{0};
+std::atomic<EV_ExtractionStage> g_eStage{EXTRACTION_STAGE_IDLE};
+std::atomic<uint32_t> g_uFilesFinished{0};
 
 }  // namespace
 
@@ -38,6 +33,8 @@ void Begin() {
   g_bProgressKnown = false;
   g_ullProgressBytesRead = 0;
   g_ullProgressPackageSize = 0;
+  g_uFilesFinished = 0;
+  g_eStage = EXTRACTION_STAGE_READING;
 }
 
 void SourceOpened(uint64_t packageSize) {
@@ -47,69 +44,13 @@ void SourceOpened(uint64_t packageSize) {
 
 void BytesRead(uint64_t total) { g_ullProgressBytesRead = total; }
 
+void ReadingDone() { g_eStage = EXTRACTION_STAGE_FINISHING; }
+
+void FileFinished() { ++g_uFilesFinished; }
+
+void RunDone() { g_eStage = EXTRACTION_STAGE_DONE; }
+
 }  // namespace extract_progress
-
-_KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                            const char* dstDirPath, const char* interestedFileName,
-                            bool exclude) {
-  _KALU_Error status = KALU_NO_ERR;
-  EV_LOG_ENTER();
-  ResetGlobalVariables();
-  g_certificateFilePath = certFilePath;
-  g_srcFilePath = srcFilePath;
-  g_dstDirPath = dstDirPath;
-  if (interestedFileName == nullptr) {
-    g_eExtractionType = EXTRACTION_FULL;
-  } else {
-    g_interesetedFileName = interestedFileName;
-    g_eExtractionType = exclude ? EXTRACTION_EXCLUDE_FILE : EXTRACTION_SINGLE_FILE;
-  }
-  printf("Extraction Type: %d\n", g_eExtractionType);
-  EV_LOG_INFO("Extraction Type: %d ", g_eExtractionType);
-
-  // Only reading, extracting, hashing and writing are timed.
-  uint64_t start = platform::ClockCycles();
-  copyWithHash(status);
-  uint64_t end = platform::ClockCycles();
-  double elapsedMs = static_cast<double>(end - start) * 1000.0 / ticksPerSecond();
-
-  if (status == KALU_NO_ERR) status = compareHashValues();
-  if (status != KALU_NO_ERR) {
-    // Clients look for the name of a failing status in the report file.
-    const char* name = CKALUStatus::EnumToStr(status);
-    FILE* report = fopen(kErrorReportPath, "w");
-    if (report == nullptr) {
-      int error = errno;
-      printf("fopen failed: /tmp/extract_verify_error.txt %d", error);
-      EV_LOG_ERROR("fopen failed: /tmp/extract_verify_error.txt %d ", error);
-    } else {
-      fprintf(report, "%s", name);
-      fclose(report);
-    }
-    printf("Error No :  %d / %s\n", status, name);
-    EV_LOG_ERROR("Error No :  %d / %s ", status, name);
-  }
-
-  printf("Total Consumed Time = %f \n", elapsedMs);
-  EV_LOG_INFO("Total Consumed Time = %f ", elapsedMs);
-  EV_LOG_LEAVE();
-  return status;
-}
-
-_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                                 const char* dstDirPath) {
-  return ExtractWithHash(certFilePath, srcFilePath, dstDirPath, nullptr, false);
-}
-
-_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                                 const char* dstDirPath, const char* interestedFileName,
-                                 bool exclude) {
-  return ExtractWithHash(certFilePath, srcFilePath, dstDirPath, interestedFileName, exclude);
-}
-
-// Kept as entry points for clients; the ring sizes are fixed.
-void InitExtractWithHash() {}
-void SetBufferSize() {}
 
 void AbortExtraction() { g_bAbortExecution = 1; }
 
@@ -145,4 +86,9 @@ bool GetExtractionProgress(uint64_t* bytesRead, uint64_t* packageSize) {
   *bytesRead = g_ullProgressBytesRead;
   *packageSize = g_ullProgressPackageSize;
   return true;
+}
+
+EV_ExtractionStage GetExtractionStage(uint32_t* filesFinished) {
+  if (filesFinished != nullptr) *filesFinished = g_uFilesFinished;
+  return g_eStage;
 }

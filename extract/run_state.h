@@ -1,9 +1,9 @@
-// Entry points of an extraction run and the process-wide run state.
+// The process-wide state of an extraction run: its globals, their reset and
+// the run's progress.
 //
-// One call of ExtractWithHash is one run; it blocks the caller, whose thread
-// becomes the source reader. Only one run may be in progress in a process:
-// the run state below is global and belongs to the run in progress (or to the
-// last run, until the next one resets it). AbortExtraction may be called from
+// Only one run may be in progress in a process: the state below is global and
+// belongs to the run in progress (or to the last run, until the next one
+// resets it). The entry functions that start a run are in extraction.h. AbortExtraction may be called from
 // any other thread during a run. The byte flags read across threads are
 // atomic so that the reader, the extract thread and a client see each other's
 // stores without a data race; their representation is one byte.
@@ -18,6 +18,7 @@
 
 #include "manifest/version_tpn.h"
 #include "status/kalu_status.h"
+#include "extract_verify_export.h"
 
 class HashAndWriteBuffer;
 
@@ -27,41 +28,20 @@ enum EV_ExtractionType : int32_t {
   EXTRACTION_EXCLUDE_FILE = 3,
 };
 
-extern std::string g_certificateFilePath;
-extern std::string g_srcFilePath;
-extern std::string g_dstDirPath;
-extern std::string g_interesetedFileName;
-extern int32_t g_eExtractionType;
-extern std::atomic<unsigned char> g_bAbortExecution;
-extern std::atomic<unsigned char> g_isExtractionCompleted;
-extern std::map<std::string, std::string> g_hashResult;
-extern std::vector<HashAndWriteBuffer*> g_vectorOfTHashAndWriteBuffer;
-extern EV_Version_TPN* g_objKALU_Version_TPN;
+extern EV_EXPORT std::string g_certificateFilePath;
+extern EV_EXPORT std::string g_srcFilePath;
+extern EV_EXPORT std::string g_dstDirPath;
+extern EV_EXPORT std::string g_interesetedFileName;
+extern EV_EXPORT int32_t g_eExtractionType;
+extern EV_EXPORT std::atomic<unsigned char> g_bAbortExecution;
+extern EV_EXPORT std::atomic<unsigned char> g_isExtractionCompleted;
+extern EV_EXPORT std::map<std::string, std::string> g_hashResult;
+extern EV_EXPORT std::vector<HashAndWriteBuffer*> g_vectorOfTHashAndWriteBuffer;
+extern EV_EXPORT EV_Version_TPN* g_objKALU_Version_TPN;
 
-// Runs one extraction: verifies Version.der against `certFilePath`, writes
-// Version.inf and every selected entry of `srcFilePath` into `dstDirPath` and
-// checks every written file against the manifest. A null `interestedFileName`
-// extracts everything; otherwise only that entry (exclude false) or all but
-// that entry (exclude true). Returns KALU_NO_ERR (1) on success.
-_KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                            const char* dstDirPath, const char* interestedFileName,
-                            bool exclude);
-_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                                 const char* dstDirPath);
-_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                                 const char* dstDirPath, const char* interestedFileName,
-                                 bool exclude);
-
-void InitExtractWithHash();
-void SetBufferSize();
-void AbortExtraction();
-bool CheckParticularFileExtraction();
-void ResetGlobalVariables();
-double ticksPerSecond();
-
-// Progress of the run in progress (or of the last run): bytes of the package
-// read so far and the package's size. False until a run has opened its source
-// and learnt its size. Any thread, at any time.
-bool GetExtractionProgress(uint64_t* bytesRead, uint64_t* packageSize);
+EV_EXPORT void AbortExtraction();
+EV_EXPORT bool CheckParticularFileExtraction();
+EV_EXPORT void ResetGlobalVariables();
+EV_EXPORT double ticksPerSecond();
 
 #endif  // EXTRACT_RUN_STATE_H_

@@ -93,7 +93,7 @@ void ReadOpenPackage(ReadAndExtractBuffer& buffer, ExtractThreadArgs& args, int 
     printf("extractThread failed to create - %d", error);
     READER_LOG(kLogError, "extractThread failed to create - %d ", error);
     // Nobody would ever give a chunk back: end the run instead of blocking.
-    FileHandle file(fd);
+    platform::Close(fd);
     status = PKG_ERR03;
     return;
   }
@@ -118,6 +118,7 @@ void ReadOpenPackage(ReadAndExtractBuffer& buffer, ExtractThreadArgs& args, int 
 
   ChunkSource source(fd, size);
   FillChunks(buffer, source, status);
+  extract_progress::ReadingDone();
 
   buffer.writeFinished();
   // Closed now, so that the handle's own close cannot hit a descriptor that

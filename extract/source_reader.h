@@ -23,6 +23,7 @@
 #include <cstdint>
 
 #include "status/kalu_status.h"
+#include "extract_verify_export.h"
 
 class ReadAndExtractBuffer;
 
@@ -33,7 +34,7 @@ struct ExtractThreadArgs {
   int32_t priority;  // the reader's own scheduling priority
 };
 
-void copyWithHash(_KALU_Error& status);
+EV_EXPORT void copyWithHash(_KALU_Error& status);
 
 int open_arch(archive* a, void* clientData);
 la_ssize_t read_arch(archive* a, void* clientData, const void** data);

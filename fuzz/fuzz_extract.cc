@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "extract/run_state.h"
+#include "extract/extraction.h"
 #include "fuzz/fuzz_support.h"
 
 // A run ends by flushing the file systems twice, which matters on the head

@@ -19,11 +19,39 @@
 #include "verify/cert_store.h"
 #include "verify/verify_by_date.h"
 #include "verify/unsign.h"
+#include "extract/extraction.h"
 #include "extract/run_state.h"
 #include "extract/read_buffer.h"
 #include "extract/source_reader.h"
-#include "extract/extract_thread.h"
 #include "extract/hash_write_buffer.h"
 #include "extract/hash_compare.h"
+
+#include "extract_verify_export.h"
+
+// Progress of the run in progress, or of the last run, for a client's display.
+// Both calls may be made from any thread at any time, also while another
+// thread is inside ExtractWithHash; they never block.
+
+// Bytes of the package read so far and the package's size; false until a run
+// has opened its package and learnt its size. The bytes reach the size as
+// soon as the package has been read, while the last files are still being
+// hashed, written and compared: ExtractionStage tells those stages apart.
+EV_EXPORT bool GetExtractionProgress(uint64_t* bytesRead, uint64_t* packageSize);
+
+enum EV_ExtractionStage : int32_t {
+  EXTRACTION_STAGE_IDLE = 0,       // no run has started in this process
+  EXTRACTION_STAGE_READING = 1,    // the package is being read and unpacked
+  EXTRACTION_STAGE_FINISHING = 2,  // read; files are being finished and checked
+  EXTRACTION_STAGE_DONE = 3,       // the run is over; its status is being returned
+};
+
+// Stage of the run and, when `filesFinished` is not null, the number of
+// extracted files that the run has finished: written, hashed and their digest
+// recorded. Files are finished once the whole archive has been walked, so the
+// count moves during EXTRACTION_STAGE_FINISHING.
+EV_EXPORT EV_ExtractionStage GetExtractionStage(uint32_t* filesFinished);
+
+// The library's version, "major.minor.patch".
+extern "C" EV_EXPORT const char* extract_verify_version();
 
 #endif  // EXTRACT_VERIFY_H_

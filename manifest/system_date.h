@@ -4,7 +4,8 @@
 #define MANIFEST_SYSTEM_DATE_H_
 
 #include <string>
+#include "extract_verify_export.h"
 
-std::string _GetSystemDate();
+EV_EXPORT std::string _GetSystemDate();
 
 #endif  // MANIFEST_SYSTEM_DATE_H_

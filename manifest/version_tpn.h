@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "status/kalu_status.h"
+#include "extract_verify_export.h"
 
 // One file of the manifest: File n, File n Hash Value, File n Size.
 struct _stVersionInfFileInfo {
@@ -22,7 +23,7 @@ struct _stVersionInfFileInfo {
   uint64_t ullFileSize = 0;
 };
 
-class EV_Version_TPN {
+class EV_EXPORT EV_Version_TPN {
  public:
   EV_Version_TPN();
   ~EV_Version_TPN();
@@ -56,6 +57,6 @@ class EV_Version_TPN {
 };
 
 // Parses `infPath` into `manifest`; prints "KALU Error %d \n" on failure.
-_KALU_Error PrintKALU_VersionParse_TPN(const char* infPath, EV_Version_TPN* manifest);
+EV_EXPORT _KALU_Error PrintKALU_VersionParse_TPN(const char* infPath, EV_Version_TPN* manifest);
 
 #endif  // MANIFEST_VERSION_TPN_H_

@@ -40,19 +40,6 @@ void SyncAll();
 bool IsReadable(const char* path);
 int RemoveFile(const char* path);
 
-// Calls made through WriteBlocks and Write since the process started, so that
-// tests can see which write path a caller took.
-struct WriteCallCounts {
-  uint64_t blockWrites;
-  uint64_t plainWrites;
-};
-WriteCallCounts CurrentWriteCallCounts();
-
-// Fault injection for tests: once `bytes` more bytes have been read through
-// ReadBlocks and Read, every further read fails with EIO. A negative value
-// turns the fault off.
-void InjectReadFailureAfter(int64_t bytes);
-
 }  // namespace platform
 
 #endif  // PLATFORM_FILE_IO_H_

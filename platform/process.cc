@@ -5,16 +5,24 @@
 
 #include <atomic>
 
+#include "testing/seams.h"
+
 namespace platform {
 
 namespace {
 
+#if defined(EV_TEST_SEAMS)
 std::atomic<bool> g_failCommandStarts{false};
+
+bool CommandStartFails() { return g_failCommandStarts.load(std::memory_order_relaxed); }
+#else
+bool CommandStartFails() { return false; }
+#endif
 
 }  // namespace
 
 FILE* OpenCommandOutput(const char* command) {
-  if (g_failCommandStarts.load(std::memory_order_relaxed)) {
+  if (CommandStartFails()) {
     errno = EAGAIN;
     return nullptr;
   }
@@ -23,8 +31,10 @@ FILE* OpenCommandOutput(const char* command) {
 
 int CloseCommandOutput(FILE* stream) { return pclose(stream); }
 
+#if defined(EV_TEST_SEAMS)
 void InjectCommandStartFailure(bool fail) {
   g_failCommandStarts.store(fail, std::memory_order_relaxed);
 }
+#endif
 
 }  // namespace platform

@@ -15,10 +15,6 @@ namespace platform {
 FILE* OpenCommandOutput(const char* command);
 int CloseCommandOutput(FILE* stream);
 
-// Fault injection for tests: while set, OpenCommandOutput fails with EAGAIN
-// without starting anything.
-void InjectCommandStartFailure(bool fail);
-
 }  // namespace platform
 
 #endif  // PLATFORM_PROCESS_H_

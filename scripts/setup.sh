@@ -8,6 +8,7 @@ packages=(
   libarchive-dev libssl-dev zlib1g-dev libbz2-dev
   libgtest-dev googletest
   libarchive-tools
+  libcli11-dev nlohmann-json3-dev
 )
 if [ "${EV_SETUP_CLANG:-0}" = 1 ]; then
   packages+=(clang libclang-rt-dev llvm)

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <new>
 
-#include "status/kalu_status_internal.h"
+#include "testing/seams.h"
 
 namespace {
 
@@ -29,10 +29,15 @@ constexpr std::size_t kTableBytes = CKALUStatus::kSlotCount * CKALUStatus::kSlot
 
 char* NothrowAllocate(std::size_t bytes) { return new (std::nothrow) char[bytes]; }
 
+#if defined(EV_TEST_SEAMS)
 kalu_status_internal::TableAllocator g_allocateTable = NothrowAllocate;
+#else
+constexpr kalu_status_internal::TableAllocator g_allocateTable = NothrowAllocate;
+#endif
 
 }  // namespace
 
+#if defined(EV_TEST_SEAMS)
 namespace kalu_status_internal {
 
 TableAllocator SetTableAllocator(TableAllocator allocator) {
@@ -42,6 +47,7 @@ TableAllocator SetTableAllocator(TableAllocator allocator) {
 }
 
 }  // namespace kalu_status_internal
+#endif
 
 char* CKALUStatus::m_arcEnums = nullptr;
 char CKALUStatus::m_cInvalidEnumError[kSlotWidth] = "::INVALID ENUM::";

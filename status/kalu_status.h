@@ -9,6 +9,7 @@
 #define STATUS_KALU_STATUS_H_
 
 #include <cstddef>
+#include "extract_verify_export.h"
 
 // A signed 32-bit value: every int is a valid _KALU_Error, named or not.
 enum _KALU_Error : int {
@@ -74,7 +75,7 @@ enum _KALU_Error : int {
   NAVVOICE_ERR01 = 59,
 };
 
-class CKALUStatus {
+class EV_EXPORT CKALUStatus {
  public:
   enum { kSlotCount = 66, kSlotWidth = 150 };
 

@@ -8,9 +8,11 @@
 #ifndef SUPPORT_ARCHIVE_HANDLES_H_
 #define SUPPORT_ARCHIVE_HANDLES_H_
 
+#include "extract_verify_export.h"
+
 struct archive;
 
-class ArchiveObject {
+class EV_EXPORT ArchiveObject {
  public:
   explicit ArchiveObject(archive* a);
   ~ArchiveObject();
@@ -23,7 +25,7 @@ class ArchiveObject {
   archive* m_archive;
 };
 
-class ArchiveFile {
+class EV_EXPORT ArchiveFile {
  public:
   ArchiveFile(archive* a, int openResult);
   ~ArchiveFile();

@@ -9,7 +9,9 @@
 #ifndef SUPPORT_FILE_HANDLE_H_
 #define SUPPORT_FILE_HANDLE_H_
 
-class FileHandle {
+#include "extract_verify_export.h"
+
+class EV_EXPORT FileHandle {
  public:
   // A negative descriptor is reported ("Error opening file. ...") but kept.
   explicit FileHandle(int fd);

@@ -6,6 +6,8 @@
 
 #include <cstring>
 
+#include "support/openssl_start.h"
+
 IHash::~IHash() {}
 
 NoHash::~NoHash() {}
@@ -16,6 +18,7 @@ std::pair<const unsigned char*, uint32_t> NoHash::getHash() const { return {null
 Sha256::Sha256() {
   std::memset(&m_context, 0, sizeof m_context);
   std::memset(m_digest, 0, sizeof m_digest);
+  support_internal::StartOpenSsl();
   SHA256_Init(&m_context);
 }
 

@@ -11,8 +11,9 @@
 
 #include <cstdint>
 #include <utility>
+#include "extract_verify_export.h"
 
-class IHash {
+class EV_EXPORT IHash {
  public:
   virtual ~IHash();
   virtual void update(const unsigned char* data, unsigned int length) = 0;
@@ -21,7 +22,7 @@ class IHash {
   virtual std::pair<const unsigned char*, uint32_t> getHash() const = 0;
 };
 
-class NoHash : public IHash {
+class EV_EXPORT NoHash : public IHash {
  public:
   ~NoHash() override;
   void update(const unsigned char* data, unsigned int length) override;
@@ -29,7 +30,7 @@ class NoHash : public IHash {
   std::pair<const unsigned char*, uint32_t> getHash() const override;
 };
 
-class Sha256 : public IHash {
+class EV_EXPORT Sha256 : public IHash {
  public:
   Sha256();
   ~Sha256() override;
@@ -45,6 +46,6 @@ class Sha256 : public IHash {
 
 // New hash object for "sha256" or "none" (exact, case-sensitive); null for
 // any other name, a null one included.
-IHash* makeHash(const char* name);
+EV_EXPORT IHash* makeHash(const char* name);
 
 #endif  // SUPPORT_HASH_H_

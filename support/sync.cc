@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "platform/log.h"
-#include "support/sync_internal.h"
+#include "testing/seams.h"
 
 namespace {
 
@@ -14,13 +14,22 @@ int DefaultCondInit(pthread_cond_t* cond) { return pthread_cond_init(cond, nullp
 int DefaultMutexDestroy(pthread_mutex_t* mutex) { return pthread_mutex_destroy(mutex); }
 int DefaultCondDestroy(pthread_cond_t* cond) { return pthread_cond_destroy(cond); }
 
+#if defined(EV_TEST_SEAMS)
 sync_internal::MutexInit g_mutexInit = DefaultMutexInit;
 sync_internal::CondInit g_condInit = DefaultCondInit;
 sync_internal::MutexDestroy g_mutexDestroy = DefaultMutexDestroy;
 sync_internal::CondDestroy g_condDestroy = DefaultCondDestroy;
+#else
+// Without the test hooks the calls are fixed.
+constexpr sync_internal::MutexInit g_mutexInit = DefaultMutexInit;
+constexpr sync_internal::CondInit g_condInit = DefaultCondInit;
+constexpr sync_internal::MutexDestroy g_mutexDestroy = DefaultMutexDestroy;
+constexpr sync_internal::CondDestroy g_condDestroy = DefaultCondDestroy;
+#endif
 
 }  // namespace
 
+#if defined(EV_TEST_SEAMS)
 namespace sync_internal {
 
 void SetInitFunctions(MutexInit mutexInit, CondInit condInit) {
@@ -34,6 +43,7 @@ void SetDestroyFunctions(MutexDestroy mutexDestroy, CondDestroy condDestroy) {
 }
 
 }  // namespace sync_internal
+#endif
 
 Mutex::Mutex() {
   std::memset(&m_mutex, 0, sizeof m_mutex);

@@ -10,8 +10,9 @@
 #define SUPPORT_SYNC_H_
 
 #include <pthread.h>
+#include "extract_verify_export.h"
 
-class Mutex {
+class EV_EXPORT Mutex {
  public:
   Mutex();
   ~Mutex();
@@ -24,7 +25,7 @@ class Mutex {
   pthread_mutex_t m_mutex;
 };
 
-class Cond {
+class EV_EXPORT Cond {
  public:
   Cond();
   ~Cond();

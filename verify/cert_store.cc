@@ -7,15 +7,10 @@
 #include <cstdio>
 
 #include "platform/log.h"
-
-namespace {
-
-// 2015-04-07 17:15:06 UTC.
-const unsigned int kBuiltInVerificationTime = 1428426906u;
-
-}  // namespace
+#include "support/openssl_start.h"
 
 X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir) {
+  support_internal::StartOpenSsl();
   X509_STORE* store = X509_STORE_new();
   if (store == nullptr) return nullptr;
 
@@ -57,9 +52,4 @@ X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* cer
   // must not be mistaken for the verification's own.
   ERR_clear_error();
   return store;
-}
-
-bool GetTimeFromFile(unsigned int& verificationTime) {
-  verificationTime = kBuiltInVerificationTime;
-  return true;
 }

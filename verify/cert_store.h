@@ -1,4 +1,4 @@
-// Certificate store and verification time shared by both signature checks.
+// Certificate store shared by both signature checks.
 //
 // create_store builds an X509_STORE from a PEM certificate file (or OpenSSL's
 // default file) plus a hashed directory (or OpenSSL's default directory); the
@@ -8,11 +8,8 @@
 #define VERIFY_CERT_STORE_H_
 
 #include <openssl/ossl_typ.h>
+#include "extract_verify_export.h"
 
-X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir);
-
-// Stores the built-in verification time (2015-04-07 17:15:06 UTC) and
-// returns true; no file is read.
-bool GetTimeFromFile(unsigned int& verificationTime);
+EV_EXPORT X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir);
 
 #endif  // VERIFY_CERT_STORE_H_

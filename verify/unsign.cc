@@ -7,26 +7,18 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <cstdio>
 #include <ctime>
 #include <string>
 
-#include "platform/file_io.h"
 #include "platform/log.h"
-#include "status/kalu_status.h"
-#include "verify/cert_store.h"
+#include "verify/pkcs7_check.h"
 #include "verify/verify_common.h"
 
-using verify_internal::ApplySmimeSignParams;
-using verify_internal::BioPtr;
-using verify_internal::ParamPtr;
-using verify_internal::ParamSetup;
-using verify_internal::Pkcs7Ptr;
-using verify_internal::StorePtr;
-
 namespace {
+
+constexpr char kName[] = "EV_Unsign_using_date";
 
 // Characters up to the seconds of a GeneralizedTime ("YYYYMMDDhhmmss").
 constexpr size_t kLongestTimeText = 14;
@@ -55,6 +47,57 @@ void ReadMonthToSecond(const unsigned char* text, int at, std::tm* tm) {
   tm->tm_min = TwoDigits(text, at + 6);
   tm->tm_sec = TwoDigits(text, at + 8);
 }
+
+// The verification time is the start of validity of the one certificate
+// carried, so a package must carry exactly its signer's.
+bool CarriedCertificateStart(PKCS7* p7, unsigned int& verificationTime) {
+  const int type = OBJ_obj2nid(p7->type);
+  if (type != NID_pkcs7_signed && type != NID_pkcs7_signedAndEnveloped) {
+    printf("Value of l_p7type = %d\n", type);
+    EV_LOG_AS(kName, kLogInfo, "Value of l_p7type = %d", type);
+  }
+  STACK_OF(X509)* certs = CarriedCertificates(p7, type);
+  if (certs == nullptr || sk_X509_num(certs) != 1) {
+    printf("More than 1 Cert @ DER, can't proceed\n");
+    EV_LOG_AS(kName, kLogInfo, "More than 1 Cert @ DER, can't proceed");
+    return false;
+  }
+  ASN1_TIME* notBefore = X509_getm_notBefore(sk_X509_value(certs, 0));
+  if (EVGetTimefrmASN1Format(notBefore, verificationTime) != 0) {
+    printf("Failed to read date from DER\n");
+    EV_LOG_AS(kName, kLogError, "Failed to read date from DER");
+    return false;
+  }
+  return true;
+}
+
+void ReportErrorText(const verify_internal::Pkcs7CheckCall&, unsigned long error) {
+  const std::string details = verify_internal::ErrorText(error);
+  printf("Verification Failed PKCS7_verify() - Error Details:%s\n", details.c_str());
+  EV_LOG_AS(kName, kLogError, "Verification Failed PKCS7_verify() - Error Details:%s ",
+            details.c_str());
+}
+
+// The carried certificates are offered for building the chain (here only
+// the signer's own, so the certificate file must hold the rest of it); CRLs
+// carried in the structure are ignored.
+const verify_internal::Pkcs7Check kUnsignCheck = {
+    kName,
+    {"Failed Del: %s / %d", "Failed Del: %s / %d ", kLogError},
+    {"Version Der Buffer is NULL\n", "Version Der Buffer is NULL", kLogInfo},
+    {"failed to create PKCS7 structure from given DER Buffer\n",
+     "failed to create PKCS7 structure from given DER Buffer", kLogError},
+    {"Failed to create X509_STORE!\n", "Failed to create X509_STORE!", kLogError},
+    {"Failed to create X509_VERIFY_PARAM_new()\n", "Failed to create X509_VERIFY_PARAM_new()",
+     kLogError},
+    {"error: undefined purpose!\n", "error: undefined purpose!", kLogError},
+    {"failed to add X509_VERIFY_PARAM to X509_STORE\n",
+     "failed to add X509_VERIFY_PARAM to X509_STORE", kLogError},
+    {"Failed to create output file:%s\n ", "Failed to create output file:%s ", kLogError},
+    PKCS7_NOCRL,
+    CarriedCertificateStart,
+    ReportErrorText,
+};
 
 }  // namespace
 
@@ -96,100 +139,8 @@ int EVGetTimefrmASN1Format(asn1_string_st* time, unsigned int& seconds) {
 unsigned int EV_Unsign_using_date(const char* manifestPath, const char* certFilePath,
                                   const unsigned char* derBuffer, int derLength) {
   EV_LOG_ENTER();
-  const std::string outputPath(manifestPath);
-
-  // A manifest of an earlier run must not survive a failed verification.
-  if (platform::RemoveFile(outputPath.c_str()) != 0) {
-    const int error = errno;
-    printf("Failed Del: %s / %d", outputPath.c_str(), error);
-    EV_LOG_ERROR("Failed Del: %s / %d ", outputPath.c_str(), error);
-  }
-  verify_internal::LoadOpenSslTables();
-
-  unsigned int result = SIGN_ERR01;
-  Pkcs7Ptr p7;
-  StorePtr store;
-  ParamPtr param;
-  BioPtr output;
-  do {
-    if (derBuffer == nullptr) {
-      printf("Version Der Buffer is NULL\n");
-      EV_LOG_INFO("Version Der Buffer is NULL");
-      break;
-    }
-    // The buffer may be longer than the structure; the rest is ignored.
-    const unsigned char* cursor = derBuffer;
-    p7.reset(d2i_PKCS7(nullptr, &cursor, derLength));
-    if (p7 == nullptr) {
-      printf("failed to create PKCS7 structure from given DER Buffer\n");
-      EV_LOG_ERROR("failed to create PKCS7 structure from given DER Buffer");
-      break;
-    }
-    store.reset(create_store(nullptr, certFilePath, nullptr));
-    if (store == nullptr) {
-      printf("Failed to create X509_STORE!\n");
-      EV_LOG_ERROR("Failed to create X509_STORE!");
-      break;
-    }
-    const int type = OBJ_obj2nid(p7->type);
-    if (type != NID_pkcs7_signed && type != NID_pkcs7_signedAndEnveloped) {
-      printf("Value of l_p7type = %d\n", type);
-      EV_LOG_INFO("Value of l_p7type = %d", type);
-    }
-    // The verification time comes from the one certificate carried, so a
-    // package must carry exactly its signer's.
-    STACK_OF(X509)* certs = CarriedCertificates(p7.get(), type);
-    if (certs == nullptr || sk_X509_num(certs) != 1) {
-      printf("More than 1 Cert @ DER, can't proceed\n");
-      EV_LOG_INFO("More than 1 Cert @ DER, can't proceed");
-      break;
-    }
-    unsigned int verificationTime = 0;
-    ASN1_TIME* notBefore = X509_getm_notBefore(sk_X509_value(certs, 0));
-    if (EVGetTimefrmASN1Format(notBefore, verificationTime) != 0) {
-      printf("Failed to read date from DER\n");
-      EV_LOG_ERROR("Failed to read date from DER");
-      break;
-    }
-    param.reset(X509_VERIFY_PARAM_new());
-    if (param == nullptr) {
-      printf("Failed to create X509_VERIFY_PARAM_new()\n");
-      EV_LOG_ERROR("Failed to create X509_VERIFY_PARAM_new()");
-      break;
-    }
-    const ParamSetup setup = ApplySmimeSignParams(store.get(), param.get(), verificationTime);
-    if (setup == ParamSetup::kUnknownPurpose) {
-      printf("error: undefined purpose!\n");
-      EV_LOG_ERROR("error: undefined purpose!");
-      break;
-    }
-    if (setup == ParamSetup::kNotApplied) {
-      printf("failed to add X509_VERIFY_PARAM to X509_STORE\n");
-      EV_LOG_ERROR("failed to add X509_VERIFY_PARAM to X509_STORE");
-      break;
-    }
-    // Without an output the signature is still checked; only the content
-    // is not written.
-    output.reset(BIO_new_file(outputPath.c_str(), "w"));
-    if (output == nullptr) {
-      printf("Failed to create output file:%s\n ", outputPath.c_str());
-      EV_LOG_ERROR("Failed to create output file:%s ", outputPath.c_str());
-    }
-    // The carried certificates are offered for building the chain (here only
-    // the signer's own, so the certificate file must hold the rest of it);
-    // CRLs carried in the structure are ignored.
-    if (PKCS7_verify(p7.get(), nullptr, store.get(), nullptr, output.get(), PKCS7_NOCRL) == 1) {
-      result = KALU_NO_ERR;
-      break;
-    }
-    const std::string details = verify_internal::ErrorText(ERR_get_error());
-    printf("Verification Failed PKCS7_verify() - Error Details:%s\n", details.c_str());
-    EV_LOG_ERROR("Verification Failed PKCS7_verify() - Error Details:%s ", details.c_str());
-  } while (false);
-
-  store.reset();
-  param.reset();
-  output.reset();
+  const unsigned int result = verify_internal::RunPkcs7Check(
+      kUnsignCheck, {manifestPath, manifestPath, certFilePath, derBuffer, derLength});
   EV_LOG_LEAVE();
   return result;
 }

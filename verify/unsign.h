@@ -10,12 +10,13 @@
 #define VERIFY_UNSIGN_H_
 
 #include <openssl/ossl_typ.h>
+#include "extract_verify_export.h"
 
-unsigned int EV_Unsign_using_date(const char* manifestPath, const char* certFilePath,
+EV_EXPORT unsigned int EV_Unsign_using_date(const char* manifestPath, const char* certFilePath,
                                   const unsigned char* derBuffer, int derLength);
 
 // Converts a certificate time to seconds through mktime (the process's time
 // zone); always returns 0.
-int EVGetTimefrmASN1Format(asn1_string_st* time, unsigned int& seconds);
+EV_EXPORT int EVGetTimefrmASN1Format(asn1_string_st* time, unsigned int& seconds);
 
 #endif  // VERIFY_UNSIGN_H_

@@ -8,7 +8,13 @@
 #ifndef VERIFY_VERIFY_BY_DATE_H_
 #define VERIFY_VERIFY_BY_DATE_H_
 
-unsigned int openSSL_VerifyBasedOnDate(const char* derFilePath, const char* certFilePath,
+#include "extract_verify_export.h"
+
+EV_EXPORT unsigned int openSSL_VerifyBasedOnDate(const char* derFilePath, const char* certFilePath,
                                        const unsigned char* derBuffer, int derLength);
+
+// Stores the built-in verification time (2015-04-07 17:15:06 UTC) and
+// returns true; no file is read.
+EV_EXPORT bool GetTimeFromFile(unsigned int& verificationTime);
 
 #endif  // VERIFY_VERIFY_BY_DATE_H_

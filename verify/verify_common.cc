@@ -8,9 +8,12 @@
 #include <openssl/evp.h>
 #include <openssl/x509v3.h>
 
+#include "support/openssl_start.h"
+
 namespace verify_internal {
 
 void LoadOpenSslTables() {
+  support_internal::StartOpenSsl();
   // In OpenSSL 3 both calls are effectively no-ops: initialisation is
   // automatic, and they merely ask for tables that are loaded once per
   // process anyway. They stay so that each check still prepares the library

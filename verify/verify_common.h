@@ -1,6 +1,7 @@
-// Pieces shared by the two signature checks (verify_by_date and unsign):
-// scoped owners of the OpenSSL objects one check makes, the library set-up
-// both make on every call, and the verification parameters both apply.
+// Pieces of the two signature checks (verify_by_date and unsign, whose
+// common steps are in pkcs7_check): scoped owners of the OpenSSL objects one
+// check makes, the library set-up made on every call, the verification
+// parameters both apply and the text of an OpenSSL error.
 //
 // Nothing here prints or logs: each check reports in its own name. Not
 // exported to clients. Any thread.

@@ -14,9 +14,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "extract/run_state.h"
-#include "platform/file_io.h"
+#include "extract_verify.h"
 #include "platform/log.h"
+#include "testing/seams.h"
 #include "tests/extract/run_fixture.h"
 
 namespace runtest {
@@ -245,6 +245,7 @@ TEST_F(ExtractionRunTest, RunsThatStopBeforeTheEndEndWithTheStatusOfTheirCase) {
     auto package = Build(one.entries, one.options);
 
     RunResult run = RunStalled(package.path, one.interested, [&] {
+      EXPECT_EQ(GetExtractionStage(nullptr), EXTRACTION_STAGE_READING);
       if (one.abortWhileStalled) AbortExtraction();
     });
 

@@ -109,6 +109,32 @@ TEST_F(ExtractionRunTest, EachExtractionTypeWritesItsFilesAndRunsStartFromTheSam
   ASSERT_NE(g_objKALU_Version_TPN, nullptr);
   EXPECT_EQ(g_objKALU_Version_TPN->m_nFileCount, 3);  // a fresh object, parsed once
   EXPECT_EQ(g_objKALU_Version_TPN->m_strPartNumber, "TP-4711");
+  uint32_t filesFinished = 0;
+  EXPECT_EQ(GetExtractionStage(&filesFinished), EXTRACTION_STAGE_DONE);
+  EXPECT_EQ(filesFinished, 3u);
+}
+
+// A package read to its end while Version.der still waits for its
+// certificate: the bytes read are complete, but the run is not.
+TEST_F(ExtractionRunTest, AReadPackageIsFinishingUntilTheRunIsOver) {
+  auto package = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("b", "b\n")});
+  EV_ExtractionStage stage = EXTRACTION_STAGE_IDLE;
+  uint32_t filesFinished = 99;
+  uint64_t read = 0;
+  uint64_t size = 0;
+
+  RunResult run = RunStalled(package.path, nullptr, [&] {
+    stage = GetExtractionStage(&filesFinished);
+    EXPECT_TRUE(GetExtractionProgress(&read, &size));
+  });
+
+  EXPECT_EQ(run.status, KALU_NO_ERR);
+  EXPECT_TRUE(run.stalled);
+  EXPECT_EQ(stage, EXTRACTION_STAGE_FINISHING);
+  EXPECT_EQ(filesFinished, 0u);
+  EXPECT_EQ(read, package.size);
+  EXPECT_EQ(GetExtractionStage(&filesFinished), EXTRACTION_STAGE_DONE);
+  EXPECT_EQ(filesFinished, 2u);
 }
 
 TEST_F(ExtractionRunTest, FilesAroundTheChunkSizeAndAboveTheFileRingAreWrittenByteForByte) {

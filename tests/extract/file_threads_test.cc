@@ -8,7 +8,7 @@
 
 #include "extract/hash_write_buffer.h"
 #include "extract/run_state.h"
-#include "platform/file_io.h"
+#include "testing/seams.h"
 #include "tests/testsupport/capture.h"
 #include "tests/testsupport/temp_dir.h"
 #include "tools/package/package_writer.h"

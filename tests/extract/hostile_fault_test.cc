@@ -15,8 +15,8 @@
 #include <random>
 #include <thread>
 
-#include "extract/run_state.h"
-#include "platform/file_io.h"
+#include "extract_verify.h"
+#include "testing/seams.h"
 #include "tests/extract/hostile_run.h"
 
 namespace runtest {

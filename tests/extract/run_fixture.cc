@@ -115,7 +115,8 @@ RunResult ExtractionRunTest::RunStalled(const std::string& packagePath, const ch
             uint64_t{ReadAndExtractBuffer::kChunkCount} * ReadAndExtractBuffer::kChunkSize;
         uint64_t read = 0;
         uint64_t size = 0;
-        while (!done && !(GetExtractionProgress(&read, &size) && read >= fullRing)) {
+        while (!done && !(GetExtractionProgress(&read, &size) && read >= fullRing) &&
+               GetExtractionStage(nullptr) != EXTRACTION_STAGE_FINISHING) {
           std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         stalled = !done;

@@ -5,9 +5,10 @@
 // with standard output and the log captured, and checks that the run left no
 // descriptor and no thread behind. RunStalled() hands the run a FIFO as its
 // certificate file: the extract thread blocks opening it at Version.der while
-// the source reader fills the read ring and waits for a free chunk. Once the
-// ring is full the test's action runs and the certificate is fed in, so what
-// follows happens with the reader blocked, deterministically.
+// the source reader fills the read ring and waits for a free chunk (or, for a
+// package smaller than the ring, reads it to the end). Once the ring is full
+// or the package read, the test's action runs and the certificate is fed in,
+// so what follows happens with the reader blocked or done, deterministically.
 //
 // The error report file is shared by every run in the system: each test holds
 // the cross-process ErrorReportLock for its whole life.
@@ -22,7 +23,7 @@
 #include <string>
 #include <vector>
 
-#include "extract/run_state.h"
+#include "extract_verify.h"
 #include "tests/testsupport/capture.h"
 #include "tests/testsupport/report_lock.h"
 #include "tests/testsupport/signed_package.h"
@@ -41,7 +42,7 @@ struct RunResult {
   _KALU_Error status = KALU_ERR;
   std::string output;
   std::vector<testsupport::LogLine> logs;
-  bool stalled = false;     // RunStalled: the ring filled while the run was blocked
+  bool stalled = false;     // RunStalled: the ring filled (or the package was read) while blocked
   uint64_t bytesRead = 0;   // of the package, at the end of the run
   uint64_t packageSize = 0;
   std::string readerThreadName;  // of the thread that called ExtractWithHash, afterwards

@@ -8,7 +8,7 @@
 #include <regex>
 #include <string>
 
-#include "platform/process.h"
+#include "testing/seams.h"
 #include "tests/testsupport/temp_dir.h"
 
 namespace {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "testing/seams.h"
 #include "tests/testsupport/temp_dir.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "status/kalu_status_internal.h"
+#include "testing/seams.h"
 
 namespace {
 

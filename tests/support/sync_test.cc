@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/sync_internal.h"
+#include "testing/seams.h"
 #include "tests/testsupport/capture.h"
 
 namespace {

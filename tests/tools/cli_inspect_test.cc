@@ -1,10 +1,10 @@
-// inspect run through the built tool on good, tampered and malformed
-// packages.
+// inspect, and the sentences every verifying command gives for unusable
+// inputs and failed signatures, run through the built tool.
 #include <gtest/gtest.h>
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
 
-#include <dirent.h>
-#include <sys/stat.h>
-
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -14,81 +14,121 @@
 namespace tooltest {
 namespace {
 
-using package::Entry;
-
-size_t CountEntries(const std::string& directory) {
-  size_t count = 0;
-  DIR* dir = opendir(directory.c_str());
-  if (dir == nullptr) return 0;
-  while (const dirent* entry = readdir(dir)) {
-    if (entry->d_name[0] != '.') ++count;
-  }
-  closedir(dir);
-  return count;
-}
-
-std::string ManifestOf(const std::vector<std::pair<std::string, std::string>>& files) {
-  std::string text = "Version Number=9.9\n";
-  for (size_t i = 0; i < files.size(); ++i) {
-    std::string key = "File" + std::to_string(i + 1);
-    text += key + "=" + files[i].first + "\n" + key + " Hash Value=" +
-            package::Sha256Hex(files[i].second) + "\n" + key + " Size=" +
-            std::to_string(files[i].second.size()) + "\n";
-  }
-  return text;
-}
-
-TEST_F(ToolTest, InspectOfAGoodPackageListsTheManifestAndLeavesNothingBehind) {
+TEST_F(ToolTest, InspectReportsTheSignerManifestAndEveryEntryAsJson) {
   Pack(Path("pkg.tar.gz"), {Input("a.bin", "a\n"), Input("b.txt", "bee\n")},
-       {"Torvan Part Number=TP-7", "Save Location=/fs/usb0"});
-  mkdir(Path("tmp").c_str(), 0700);
+       {"Torvan Part Number=TP-7"});
+  // East of UTC: the check is still made in UTC unless asked otherwise.
+  ToolRun run = Run({"inspect", "--json", "--cert", trust(), Path("pkg.tar.gz")}, {"TZ=JST-9"});
+  ASSERT_EQ(run.exitStatus, 0) << run.out << run.err;
+  const nlohmann::json report = nlohmann::json::parse(run.out);
+  EXPECT_EQ(report["result"], "OK");
+  EXPECT_EQ(report["timeZone"], "UTC");
+  EXPECT_EQ(report["signature"]["signer"]["subject"], "/CN=Tool Test Signer");
+  EXPECT_EQ(report["signature"]["signer"]["notBefore"], "2022-03-01 12:00:00 UTC");
+  EXPECT_EQ(report["manifest"]["header"]["Torvan Part Number"], "TP-7");
+  EXPECT_EQ(report["manifest"]["files"][1]["sha256"], package::Sha256Hex("bee\n"));
 
-  ToolRun run = Run({"inspect", "--cert", trust(), Path("pkg.tar.gz")}, {"TMPDIR=" + Path("tmp")});
-
-  EXPECT_EQ(run.exitStatus, 0) << run.out << run.err;
-  EXPECT_TRUE(run.OutHas("Signature: verified")) << run.out;
-  EXPECT_TRUE(run.OutHas("  Torvan Part Number  TP-7\n"));
-  EXPECT_TRUE(run.OutHas("  Save Location       /fs/usb0\n"));
-  EXPECT_TRUE(run.OutHas("  File2  b.txt  4 bytes  " + package::Sha256Hex("bee\n") + "\n"));
-  EXPECT_TRUE(run.OutHas("Result: OK\n"));
-  // The library's own lines are shown only on request.
-  EXPECT_FALSE(run.OutHas("Time [@ DER]"));
-  EXPECT_EQ(CountEntries(Path("tmp")), 0u);
-
-  run = Run({"inspect", "--cert", trust(), "--verbose", Path("pkg.tar.gz")});
-  EXPECT_EQ(run.exitStatus, 0);
-  EXPECT_TRUE(run.OutHas("Time [@ DER]"));
+  run = Run({"inspect", "--local-time", "--cert", trust(), Path("pkg.tar.gz")}, {"TZ=JST-9"});
+  EXPECT_EQ(run.exitStatus, 1);
+  EXPECT_TRUE(run.OutHas("Signature: NOT verified (checked in local time (TZ=JST-9))"));
+  EXPECT_TRUE(run.OutHas("is not valid at 2022-03-01 03:00:00 UTC")) << run.out;
 }
 
-TEST_F(ToolTest, InspectFailsAPackageSignedByAnUntrustedKey) {
+struct Tampering {
+  const char* what;
+  std::vector<std::pair<std::string, std::string>> stored;  // listed: a.bin "aaaa", b.bin "b"
+  const char* finding;
+};
+
+TEST_F(ToolTest, InspectFailsEveryPackageTheExtractorWouldRefuse) {
+  const std::vector<Tampering> cases = {
+      {"same size, other bytes", {{"a.bin", "aaab"}, {"b.bin", "b"}}, "a.bin: SHA-256 "},
+      {"other size", {{"a.bin", "aaaaa"}, {"b.bin", "b"}}, "a.bin: 5 bytes in the archive, 4"},
+      {"unlisted entry", {{"a.bin", "aaaa"}, {"b.bin", "b"}, {"c.bin", "c"}},
+       "(the extractor fails with SIGN_ERR02):\n  c.bin\n"},
+      {"listed file missing", {{"a.bin", "aaaa"}}, "missing from the archive:\n  b.bin\n"},
+      {"dot dot", {{"a.bin", "aaaa"}, {"x..y", "b"}, {"b.bin", "b"}}, "x..y: name contains"},
+      {"empty entry", {{"a.bin", "aaaa"}, {"e", ""}, {"b.bin", "b"}}, "e: empty"},
+  };
+  for (const Tampering& tampering : cases) {
+    WriteHostilePackage(Path("bad.tar.gz"), {{"a.bin", "aaaa"}, {"b.bin", "b"}},
+                        tampering.stored);
+    ToolRun run = Run({"inspect", "--cert", trust(), Path("bad.tar.gz")});
+    EXPECT_EQ(run.exitStatus, 1) << tampering.what;
+    EXPECT_TRUE(run.OutHas("Signature: verified")) << tampering.what << run.out;
+    EXPECT_TRUE(run.OutHas(tampering.finding)) << tampering.what << run.out;
+    EXPECT_TRUE(run.OutHas("Result: FAILED\n")) << tampering.what;
+  }
+}
+
+// A signer certificate like the fixture's but for code signing only.
+pki::Identity CodeSigner(const pki::Identity& signer, const pki::Identity& root) {
+  pki::Identity other{pki::GenerateKey(), pki::Cert(X509_dup(signer.cert.get()))};
+  X509_set_pubkey(other.cert.get(), other.key.get());
+  X509_delete_ext(other.cert.get(), X509_get_ext_by_NID(other.cert.get(), NID_ext_key_usage, -1));
+  X509_EXTENSION* usage = X509V3_EXT_conf_nid(nullptr, nullptr, NID_ext_key_usage, "codeSigning");
+  X509_add_ext(other.cert.get(), usage, -1);
+  X509_EXTENSION_free(usage);
+  X509_sign(other.cert.get(), root.key.get(), EVP_sha256());
+  return other;
+}
+
+struct BadInput {
+  std::vector<std::string> args;
+  std::string sentence;
+};
+
+TEST_F(ToolTest, UnusableInputsAndFailedSignaturesAreOneSentenceNamingTheCause) {
   Pack(Path("pkg.tar.gz"), {Input("a.bin", "a\n")});
-  pki::Identity stranger =
-      pki::MakeRootCa("Stranger", {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)});
+  pki::Identity stranger = pki::MakeRootCa("Stranger", {pki::UtcTime(2020, 1, 1),
+                                                        pki::UtcTime(2040, 1, 1)});
   pki::WriteCertificatesPem(Path("stranger.pem"), {stranger.cert.get()});
-
-  ToolRun run = Run({"inspect", "--cert", Path("stranger.pem"), Path("pkg.tar.gz")});
-
-  EXPECT_EQ(run.exitStatus, 1);
-  EXPECT_TRUE(run.OutHas("Signature: NOT verified")) << run.out;
-  EXPECT_TRUE(run.OutHas("Verification Failed PKCS7_verify()")) << run.out;
-  EXPECT_TRUE(run.ErrHas("SIGN_ERR01 (40)")) << run.err;
-}
-
-TEST_F(ToolTest, InspectListsEntriesAndFilesThatDoNotMatch) {
-  const std::string manifest = ManifestOf({{"a.bin", "a\n"}, {"gone.bin", "g\n"}});
-  package::WritePackage(Path("pkg.tar.gz"), {Entry::File("Version.der", Sign(manifest)),
-                                             Entry::File("a.bin", "a\n"),
-                                             Entry::File("extra.bin", "e\n")});
-
-  ToolRun run = Run({"inspect", "--cert", trust(), Path("pkg.tar.gz")});
-
-  EXPECT_EQ(run.exitStatus, 1);
-  EXPECT_TRUE(run.OutHas("Signature: verified")) << run.out;
-  EXPECT_TRUE(run.OutHas("not in the manifest (the extractor fails with SIGN_ERR02):\n"
-                         "  extra.bin\n"))
-      << run.out;
-  EXPECT_TRUE(run.OutHas("Manifest files missing from the archive:\n  gone.bin\n")) << run.out;
-  EXPECT_TRUE(run.OutHas("Result: FAILED\n"));
+  pki::Identity coder = CodeSigner(m_signer, m_root);
+  pki::WriteCertificatesPem(Path("coder.pem"), {coder.cert.get()});
+  pki::WriteKeyPem(Path("coder.key"), coder.key.get());
+  FILE* file = fopen(Path("locked.key").c_str(), "w");
+  PEM_write_PKCS8PrivateKey(file, m_signer.key.get(), EVP_aes_256_cbc(), nullptr, 0, nullptr,
+                            const_cast<char*>("secret"));
+  fclose(file);
+  testsupport::WriteFile(Path("pass.txt"), "wrong\n");
+  const std::vector<std::string> pack = {"pack", "--out", Path("new.tar.gz"), Input("f", "f")};
+  auto packWith = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), pack.begin(), pack.end());
+    return more;
+  };
+  const std::vector<BadInput> cases = {
+      {{"inspect", "--cert", Path("none.pem"), Path("pkg.tar.gz")},
+       "cannot read the certificate file " + Path("none.pem") + ": No such file"},
+      {{"extract", "--cert", trust(), Path("none.tar.gz"), Path("out")},
+       "cannot read the package " + Path("none.tar.gz") + ": No such file"},
+      {{"inspect", "--cert", m_signerKey, Path("pkg.tar.gz")},
+       "the certificate file " + m_signerKey + " holds no PEM certificate"},
+      {packWith({"--key", m_signerCert, "--cert", m_signerCert}),
+       m_signerCert + " holds a certificate, not a private key"},
+      {packWith({"--key", Path("locked.key"), "--cert", m_signerCert}),
+       "the key in " + Path("locked.key") + " is encrypted; give its pass phrase with --pass"},
+      {packWith({"--key", Path("locked.key"), "--pass", "file:" + Path("pass.txt"), "--cert",
+                 m_signerCert}),
+       "the pass phrase does not decrypt the key in " + Path("locked.key")},
+      {packWith({"--key", Path("coder.key"), "--cert", Path("coder.pem")}),
+       "its extended key usage lacks emailProtection"},
+      {packWith({"--key", m_signerKey, "--cert", m_signerCert, "--trust", Path("stranger.pem")}),
+       "the package does not verify against " + Path("stranger.pem") +
+           ": the signer /CN=Tool Test Signer does not lead to a certificate in"},
+      {{"extract", "--quiet", "--cert", Path("stranger.pem"), Path("pkg.tar.gz"), Path("out")},
+       "does not lead to a certificate in " + Path("stranger.pem") + " (untrusted anchor)"},
+  };
+  for (const BadInput& bad : cases) {
+    ToolRun run = Run(bad.args, {"PASS=secret"});
+    EXPECT_EQ(run.exitStatus, 1) << bad.args[0] << ": " << bad.sentence << "\n" << run.err;
+    EXPECT_TRUE(run.ErrHas(bad.sentence)) << bad.sentence << "\n" << run.err;
+    EXPECT_FALSE(run.ErrHas("routines::")) << run.err;
+    EXPECT_FALSE(testsupport::FileExists(Path("new.tar.gz"))) << bad.sentence;
+  }
+  // The encrypted key signs with the right pass phrase.
+  EXPECT_EQ(Run(packWith({"--key", Path("locked.key"), "--pass", "env:PASS", "--cert",
+                          m_signerCert, "--trust", trust()}),
+                {"PASS=secret"}).exitStatus, 0);
 }
 
 }  // namespace

@@ -2,11 +2,12 @@
 # from this folder's CMakeLists.txt.
 
 # The extract-verify tool run as a separate process, as a user runs it. Its
-# extractions write the shared error report file; certificates start at a
-# precise second, which the library reads in the process's time zone.
+# extractions write the shared error report file. Its reports are read as
+# JSON.
+find_package(nlohmann_json 3 CONFIG REQUIRED)
 ev_add_test(cli_test
   SOURCES tool_fixture.cc cli_pack_extract_test.cc cli_inspect_test.cc
-  LIBS ev_pki ev_package
+  LIBS ev_pki ev_package nlohmann_json::nlohmann_json
   PROPERTIES TIMEOUT 300 RESOURCE_LOCK error_report_file ENVIRONMENT TZ=UTC)
 string(JOIN " " ev_tool_emulator ${CMAKE_CROSSCOMPILING_EMULATOR})
 target_compile_definitions(cli_test PRIVATE
@@ -38,5 +39,14 @@ add_test(NAME install_example_client
           ${PROJECT_SOURCE_DIR}/examples ${CMAKE_CURRENT_BINARY_DIR}/install_test
           ${ev_client_args})
 set_tests_properties(install_example_client PROPERTIES
-  TIMEOUT 300 RESOURCE_LOCK error_report_file
+  TIMEOUT 300 RESOURCE_LOCK "error_report_file;build_tree_install"
   ENVIRONMENT "TZ=UTC;CXX=${CMAKE_CXX_COMPILER};EV_CLIENT_FLAGS=${ev_client_flags};EV_EMULATOR=${ev_tool_emulator}")
+
+# The Debian packages that cpack makes of the installation. Installing from
+# the build tree writes its install manifest there, so the two tests that
+# install take turns.
+add_test(NAME deb_packages
+  COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/deb_packages_test.sh ${PROJECT_BINARY_DIR}
+          ${CMAKE_CURRENT_BINARY_DIR}/deb_packages_test)
+set_tests_properties(deb_packages PROPERTIES
+  TIMEOUT 300 SKIP_RETURN_CODE 77 RESOURCE_LOCK build_tree_install)

@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Installs the built project into a fresh prefix, builds examples/ against
 # it with find_package(extract_verify) and runs the example client on a
-# package that the installed tool makes; then builds the client once more
-# with the flags of the installed pkg-config file.
+# package that the installed tool makes, and once more with a SIGINT that the
+# client turns into an abort; then builds the client once more
+# with the flags of the installed pkg-config file, and checks that those
+# flags name neither a run path nor the folder of the project's headers.
 #
 # Usage: install_test.sh BUILD_DIR EXAMPLES_DIR WORK_DIR [CMAKE_ARG...]
 # The CMAKE_ARGs configure the client's build (generator, compiler, flags).
@@ -23,10 +25,21 @@ prefix=$work/prefix
 cmake --install "$build" --prefix "$prefix" > "$work/install.log"
 
 for file in bin/extract-verify lib/libextract_verify.so lib/libhxlog.so lib/libHX_ConfigParser.so \
-            include/extract_verify/extract_verify.h include/extract_verify/status/kalu_status.h \
+            include/extract_verify.h include/extract_verify/extract_verify.h \
+            include/extract_verify/status/kalu_status.h \
             include/extract_verify/extract/file_threads.h \
-            lib/cmake/extract_verify/extract_verifyConfig.cmake lib/pkgconfig/extract_verify.pc; do
+            lib/cmake/extract_verify/extract_verifyConfig.cmake lib/pkgconfig/extract_verify.pc \
+            share/man/man1/extract-verify.1 share/bash-completion/completions/extract-verify; do
   [ -e "$prefix/$file" ] || fail "$file is not installed"
+done
+# The hand-written manual page and completion name every option of --help.
+for command in extract inspect pack resign demo; do
+  for option in $(run "$prefix/bin/extract-verify" "$command" --help | grep -o -- '--[a-z-]*' | sort -u); do
+    grep -q -- "${option//-/\\\\-}" "$prefix/share/man/man1/extract-verify.1" ||
+      fail "the manual page lacks $command $option"
+    grep -q -- "$option" "$prefix/share/bash-completion/completions/extract-verify" ||
+      fail "the completion lacks $command $option"
+  done
 done
 soname=$(readelf -d "$prefix/lib/libextract_verify.so" | sed -n 's/.*(SONAME).*\[\(.*\)\].*/\1/p')
 [ "$soname" = libextract_verify.so.1 ] || fail "unexpected soname '$soname'"
@@ -39,9 +52,11 @@ cmake --build "$work/client" > "$work/build.log"
 run "$prefix/bin/extract-verify" demo --quiet --dir "$work/demo" > "$work/demo.log"
 mkdir "$work/out"
 run "$work/client/client" "$work/demo/trust.pem" "$work/demo/package.tar.gz" "$work/out" \
-  > "$work/client.log"
+  > "$work/client.log" 2> "$work/progress.log"
 grep -q "package DEMO-0001 version 1.0.0: 4 file(s) verified" "$work/client.log" ||
   fail "unexpected client output: $(tail -n 3 "$work/client.log")"
+grep -q "done: 4 file(s) finished" "$work/progress.log" ||
+  fail "unexpected progress: $(tail -c 200 "$work/progress.log")"
 for file in "$work"/demo/input/*; do
   cmp -s "$file" "$work/out/$(basename "$file")" || fail "$(basename "$file") differs"
 done
@@ -53,13 +68,42 @@ if run "$work/client/client" "$work/demo/trust.pem" "$work/missing.tar.gz" "$wor
 fi
 grep -q "extraction failed: PKG_ERR03 (38)" "$work/client.err" || fail "$(cat "$work/client.err")"
 
+# SIGINT while the run reads: the certificate comes through a FIFO, so the
+# run waits at Version.der with its read ring full (the package is larger)
+# until the client has taken the signal and asked for the abort.
+mkfifo "$work/trust.fifo"
+rm -rf "$work/out" && mkdir "$work/out"
+"${emulator[@]}" "$work/client/client" "$work/trust.fifo" "$work/demo/package.tar.gz" \
+  "$work/out" > "$work/abort.log" 2> "$work/abort.err" &
+client=$!
+waitFor() {
+  for _ in $(seq 300); do grep -q "$1" "$work/abort.err" && return; sleep 0.1; done
+  fail "the client never showed '$1': $(cat "$work/abort.err")"
+}
+waitFor "reading"
+kill -INT "$client"
+waitFor "abort requested"
+timeout 60 sh -c 'cat "$1" > "$2"' sh "$work/demo/trust.pem" "$work/trust.fifo" ||
+  fail "the run never opened its certificate"
+if wait "$client"; then fail "the client was not stopped by SIGINT"; fi
+grep -q "Extraction Interrupted." "$work/abort.log" || fail "$(tail -n 3 "$work/abort.log")"
+grep -q "extraction failed: PKG_ERR03 (38)" "$work/abort.err" || fail "$(cat "$work/abort.err")"
+
 if [ ${#emulator[@]} -eq 0 ]; then
   export PKG_CONFIG_PATH=$prefix/lib/pkgconfig
+  flags=$(pkg-config --cflags --libs extract_verify)
+  case "$flags" in
+    *rpath* | *include/extract_verify*) fail "unexpected pkg-config flags: $flags" ;;
+  esac
+  echo '#include <extract_verify/extract_verify.h>' |
+    ${CXX:-c++} -std=c++17 -fsyntax-only -I"$prefix/include" -x c++ - ||
+    fail "<extract_verify/extract_verify.h> does not compile with -I<prefix>/include"
   # shellcheck disable=SC2046,SC2086  # pkg-config's flags are separate words
   ${CXX:-c++} -std=c++17 ${EV_CLIENT_FLAGS:-} "$examples/client.cc" -o "$work/client-pc" \
     $(pkg-config --cflags --libs extract_verify)
   rm -rf "$work/out" && mkdir "$work/out"
-  "$work/client-pc" "$work/demo/trust.pem" "$work/demo/package.tar.gz" "$work/out" \
-    > "$work/client-pc.log" || fail "the pkg-config build of the client failed its run"
+  LD_LIBRARY_PATH=$prefix/lib "$work/client-pc" "$work/demo/trust.pem" \
+    "$work/demo/package.tar.gz" "$work/out" > "$work/client-pc.log" ||
+    fail "the pkg-config build of the client failed its run"
 fi
 rm -rf "$work"

@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
+
+#include "tools/package/manifest_text.h"
+#include "tools/package/package_writer.h"
 
 extern char** environ;
 
@@ -32,23 +34,8 @@ std::vector<std::string> CommandLine(const std::vector<std::string>& args) {
   return line;
 }
 
-class SpawnActions {
- public:
-  SpawnActions() { posix_spawn_file_actions_init(&m_actions); }
-  ~SpawnActions() { posix_spawn_file_actions_destroy(&m_actions); }
-  void openAs(int fd, const std::string& path, int flags) {
-    m_paths.push_back(path);
-    posix_spawn_file_actions_addopen(&m_actions, fd, m_paths.back().c_str(), flags, 0600);
-  }
-  posix_spawn_file_actions_t* get() { return &m_actions; }
-
- private:
-  posix_spawn_file_actions_t m_actions;
-  std::vector<std::string> m_paths;  // kept until the spawn
-};
-
 pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>& env,
-            SpawnActions& actions) {
+            const std::string& outPath, const std::string& errPath) {
   std::vector<std::string> line = CommandLine(args);
   std::vector<char*> argv;
   for (std::string& arg : line) argv.push_back(arg.data());
@@ -58,8 +45,14 @@ pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>
   std::vector<char*> envp;
   for (std::string& entry : environment) envp.push_back(entry.data());
   envp.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), flags, 0600);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), flags, 0600);
   pid_t pid;
-  int error = posix_spawn(&pid, argv[0], actions.get(), nullptr, argv.data(), envp.data());
+  int error = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
+  posix_spawn_file_actions_destroy(&actions);
   if (error != 0) throw std::runtime_error("cannot start " + line[0]);
   return pid;
 }
@@ -67,13 +60,6 @@ pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>
 int ExitStatus(int waitStatus) { return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1; }
 
 }  // namespace
-
-std::string ReadIfExists(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 ToolTest::ToolTest()
     : m_root(pki::MakeRootCa("Tool Test Root",
@@ -89,20 +75,19 @@ ToolTest::ToolTest()
   mkdir(Path("in").c_str(), 0700);
 }
 
-ToolRun ToolTest::Run(const std::vector<std::string>& args, const std::vector<std::string>& env) {
+ToolRun ToolTest::Run(const std::vector<std::string>& args, const std::vector<std::string>& env,
+                     const std::function<void(pid_t)>& whileRunning) {
   const std::string outPath = Path("tool.out");
   const std::string errPath = Path("tool.err");
-  SpawnActions actions;
-  actions.openAs(STDOUT_FILENO, outPath, O_WRONLY | O_CREAT | O_TRUNC);
-  actions.openAs(STDERR_FILENO, errPath, O_WRONLY | O_CREAT | O_TRUNC);
-  pid_t pid = Spawn(args, env, actions);
+  pid_t pid = Spawn(args, env, outPath, errPath);
+  if (whileRunning) whileRunning(pid);
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
   ToolRun run;
   run.exitStatus = ExitStatus(status);
-  run.out = ReadIfExists(outPath);
-  run.err = ReadIfExists(errPath);
+  run.out = testsupport::ReadFile(outPath);
+  run.err = testsupport::ReadFile(errPath);
   return run;
 }
 
@@ -125,9 +110,18 @@ void ToolTest::Pack(const std::string& package, const std::vector<std::string>& 
   ASSERT_EQ(run.exitStatus, 0) << run.err;
 }
 
-std::string ToolTest::Sign(const std::string& content) const {
-  std::vector<unsigned char> der = pki::SignPkcs7Der(content, m_signer);
-  return std::string(der.begin(), der.end());
+void ToolTest::WriteHostilePackage(const std::string& path,
+                                   const std::vector<std::pair<std::string, std::string>>& listed,
+                                   const std::vector<std::pair<std::string, std::string>>& stored) {
+  std::vector<package::ManifestFile> files;
+  for (const auto& file : listed) {
+    files.push_back({file.first, package::Sha256Hex(file.second), file.second.size()});
+  }
+  std::vector<unsigned char> der = pki::SignPkcs7Der(package::ManifestText({}, files), m_signer);
+  std::vector<package::Entry> entries = {
+      package::Entry::File("Version.der", std::string(der.begin(), der.end()))};
+  for (const auto& file : stored) entries.push_back(package::Entry::File(file.first, file.second));
+  package::WritePackage(path, entries);
 }
 
 }  // namespace tooltest

@@ -11,8 +11,11 @@
 #define TESTS_TOOLS_TOOL_FIXTURE_H_
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/testsupport/report_lock.h"
@@ -36,16 +39,21 @@ class ToolTest : public ::testing::Test {
 
   // Runs `extract-verify args...` with standard output and standard error
   // going to files; `env` entries ("NAME=value") are added to the
-  // environment.
-  ToolRun Run(const std::vector<std::string>& args, const std::vector<std::string>& env = {});
+  // environment; `whileRunning` is called with the process's id before it
+  // is waited for.
+  ToolRun Run(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
+              const std::function<void(pid_t)>& whileRunning = nullptr);
 
   // Writes an input file into the test's "in" directory; returns its path.
   std::string Input(const std::string& name, const std::string& contents);
   // Packs `files` into `package` with the fixture's signer; expects success.
   void Pack(const std::string& package, const std::vector<std::string>& files,
             const std::vector<std::string>& settings = {});
-  // PKCS#7 signed data over `content` by the fixture's signer.
-  std::string Sign(const std::string& content) const;
+  // A package whose signed manifest lists `listed` (name, data) while the
+  // archive holds `stored` after Version.der.
+  void WriteHostilePackage(const std::string& package,
+                           const std::vector<std::pair<std::string, std::string>>& listed,
+                           const std::vector<std::pair<std::string, std::string>>& stored);
 
   std::string Path(const std::string& name) const { return m_dir.file(name); }
   const std::string& trust() const { return m_trust; }
@@ -58,9 +66,6 @@ class ToolTest : public ::testing::Test {
   std::string m_signerCert;
   std::string m_signerKey;
 };
-
-// The text of a file, or "" when it cannot be read.
-std::string ReadIfExists(const std::string& path);
 
 }  // namespace tooltest
 

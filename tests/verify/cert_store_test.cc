@@ -1,4 +1,5 @@
 #include "verify/cert_store.h"
+#include "verify/verify_by_date.h"
 
 #include <gtest/gtest.h>
 #include <openssl/bio.h>

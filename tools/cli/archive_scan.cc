@@ -2,11 +2,11 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <openssl/evp.h>
 
 #include <memory>
-#include <stdexcept>
 
-#include "tools/cli/package_builder.h"
+#include "tools/cli/options.h"
 
 namespace cli {
 
@@ -15,50 +15,82 @@ namespace {
 struct ReaderFree {
   void operator()(archive* reader) const { archive_read_free(reader); }
 };
+struct DigestFree {
+  void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+
+const char kSignedManifestName[] = "Version.der";
 
 std::string ErrorText(archive* reader) {
   const char* text = archive_error_string(reader);
   return text != nullptr ? text : "unknown libarchive error";
 }
 
-// Fills what one read of the extractor would: as much of the entry's data
-// as the first archive_read_data call gives, at most the buffer's size.
-bool ReadSignedManifest(archive* reader, std::vector<unsigned char>& buffer) {
-  buffer.assign(kMaxSignedManifestBytes, 0);
-  return archive_read_data(reader, buffer.data(), buffer.size()) >= 0;
+std::string Hex(const unsigned char* bytes, unsigned int count) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (unsigned int i = 0; i < count; ++i) {
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 0xf];
+  }
+  return text;
+}
+
+// Reads the current entry's data, hashing it; the signed manifest's pieces
+// are kept. False (with the error in `scan`) when the data cannot be read.
+bool ReadEntryData(archive* reader, ScannedEntry& entry, ArchiveScan& scan) {
+  std::unique_ptr<EVP_MD_CTX, DigestFree> digest(EVP_MD_CTX_new());
+  EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr);
+  const bool signedManifest = entry.name == kSignedManifestName;
+  std::vector<unsigned char> piece(signedManifest ? kMaxSignedManifestBytes : 1 << 16);
+  for (;;) {
+    if (signedManifest) piece.assign(kMaxSignedManifestBytes, 0);
+    la_ssize_t count = archive_read_data(reader, piece.data(), piece.size());
+    if (count < 0) {
+      scan.readError = entry.name + ": " + ErrorText(reader);
+      return false;
+    }
+    if (count == 0) break;
+    EVP_DigestUpdate(digest.get(), piece.data(), static_cast<size_t>(count));
+    entry.bytes += static_cast<uint64_t>(count);
+    if (signedManifest) scan.signedManifestPieces.push_back(piece);
+  }
+  unsigned char sum[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  EVP_DigestFinal_ex(digest.get(), sum, &length);
+  entry.sha256 = Hex(sum, length);
+  return true;
 }
 
 }  // namespace
 
-ArchiveScan ScanArchive(const std::string& path) {
+ArchiveScan ScanArchive(const std::string& path, bool untilSignedManifest) {
   std::unique_ptr<archive, ReaderFree> reader(archive_read_new());
   if (!reader) throw std::runtime_error("cannot make an archive reader");
   archive_read_support_format_tar(reader.get());
   archive_read_support_filter_gzip(reader.get());
   if (archive_read_open_filename(reader.get(), path.c_str(), 1 << 16) != ARCHIVE_OK) {
-    throw std::runtime_error("cannot open " + path + ": " + ErrorText(reader.get()));
+    throw InputError("the package " + path + " is not a gzip tar: " + ErrorText(reader.get()));
   }
-
   ArchiveScan scan;
   for (;;) {
-    archive_entry* entry = nullptr;
-    int result = archive_read_next_header(reader.get(), &entry);
+    archive_entry* header = nullptr;
+    int result = archive_read_next_header(reader.get(), &header);
     if (result == ARCHIVE_EOF) break;
     // The extractor stops at warnings as well.
     if (result != ARCHIVE_OK) {
       scan.readError = ErrorText(reader.get());
       break;
     }
-    const char* name = archive_entry_pathname(entry);
-    scan.entries.push_back({name != nullptr ? name : "", archive_entry_size(entry)});
-    if (!scan.hasSignedManifest && scan.entries.back().name == "Version.der") {
-      scan.hasSignedManifest = true;
-      scan.signedManifestIndex = scan.entries.size() - 1;
-      if (!ReadSignedManifest(reader.get(), scan.signedManifest)) {
-        scan.readError = ErrorText(reader.get());
-        break;
-      }
-    }
+    ScannedEntry entry;
+    const char* name = archive_entry_pathname(header);
+    entry.name = name != nullptr ? name : "";
+    entry.declaredSize = archive_entry_size(header);
+    entry.regular =
+        archive_entry_filetype(header) == AE_IFREG && archive_entry_hardlink(header) == nullptr;
+    const bool read = ReadEntryData(reader.get(), entry, scan);
+    scan.entries.push_back(entry);
+    if (!read || (untilSignedManifest && !scan.signedManifestPieces.empty())) break;
   }
   return scan;
 }

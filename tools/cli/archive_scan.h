@@ -1,7 +1,9 @@
-// A read-only walk over a package's entries with libarchive, as the
-// extractor sees them (tar format, gzip filter), without extracting any.
-// The signed manifest's data is read the way the extractor reads it: one
-// read of at most 4096 bytes into a zeroed buffer of that size. Main thread.
+// A read-only walk over every entry of a package with libarchive, as the
+// extractor sees them (tar format, gzip filter): each entry's header, the
+// number of data bytes it holds and their SHA-256, without writing any.
+// The signed manifest's data is kept in the pieces the extractor verifies
+// one by one: reads of at most 4096 bytes, each in a zeroed buffer of that
+// size. Main thread.
 #ifndef TOOLS_CLI_ARCHIVE_SCAN_H_
 #define TOOLS_CLI_ARCHIVE_SCAN_H_
 
@@ -11,23 +13,28 @@
 
 namespace cli {
 
+// Largest piece of Version.der that the extractor verifies at once.
+constexpr size_t kMaxSignedManifestBytes = 4096;
+
 struct ScannedEntry {
   std::string name;
-  int64_t size;  // as the header declares it
+  int64_t declaredSize = 0;  // as the header declares it
+  bool regular = false;      // a regular file (not a link, directory, device...)
+  uint64_t bytes = 0;        // data bytes read
+  std::string sha256;        // lower-case hex of those bytes
 };
 
 struct ArchiveScan {
   std::vector<ScannedEntry> entries;  // in archive order
-  // The first entry named exactly Version.der, if any.
-  bool hasSignedManifest = false;
-  size_t signedManifestIndex = 0;
-  std::vector<unsigned char> signedManifest;  // always 4096 bytes
+  // Every piece of every entry named exactly Version.der, in order.
+  std::vector<std::vector<unsigned char>> signedManifestPieces;
   // Set when the walk ended before the end of the archive.
   std::string readError;
 };
 
-// Throws std::runtime_error when the package cannot be opened as a gzip tar.
-ArchiveScan ScanArchive(const std::string& path);
+// Throws InputError when the package cannot be opened as a gzip tar. With
+// `untilSignedManifest` the walk ends after the first Version.der.
+ArchiveScan ScanArchive(const std::string& path, bool untilSignedManifest = false);
 
 }  // namespace cli
 

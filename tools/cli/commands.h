@@ -1,28 +1,29 @@
 // The subcommands of extract-verify.
 //
-// Each subcommand lives in its own file and exports one Command. `run` gets
-// the arguments after the subcommand's name and returns the exit status;
-// it may throw UsageError for a malformed command line (exit status 2).
-// main prints `usage` for --help and after a usage error.
+// Each subcommand lives in its own file: it adds itself to the tool's
+// command line (its options bound to values it keeps) and returns what
+// runs it once the command line has been parsed. `run` returns the exit
+// status; it may throw InputError (exit status 1, one sentence). Main
+// thread only.
 #ifndef TOOLS_CLI_COMMANDS_H_
 #define TOOLS_CLI_COMMANDS_H_
 
-#include <string>
-#include <vector>
+#include <CLI/CLI.hpp>
+
+#include <functional>
 
 namespace cli {
 
 struct Command {
-  const char* name;
-  const char* summary;  // one line for the overview
-  const char* usage;    // the whole --help text, ending in "\n"
-  int (*run)(const std::vector<std::string>& args);
+  CLI::App* app;
+  std::function<int()> run;
 };
 
-extern const Command kExtractCommand;
-extern const Command kPackCommand;
-extern const Command kInspectCommand;
-extern const Command kDemoCommand;
+Command AddExtractCommand(CLI::App& tool);
+Command AddInspectCommand(CLI::App& tool);
+Command AddPackCommand(CLI::App& tool);
+Command AddResignCommand(CLI::App& tool);
+Command AddDemoCommand(CLI::App& tool);
 
 // The name that prefixes the tool's own messages.
 constexpr const char kToolName[] = "extract-verify";

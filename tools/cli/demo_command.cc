@@ -27,21 +27,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const char kUsage[] =
-    "Usage: extract-verify demo [--quiet] [--dir DIR]\n"
-    "\n"
+const char kFooter[] =
     "Shows the whole road of an update package: makes a throwaway root CA and signer,\n"
     "writes a few sample files (one of a few MiB), packs and signs them, and extracts\n"
     "the package with the progress display, verifying it as the head unit does. The\n"
     "keys live in memory only; the certificate, the package and the extracted files\n"
-    "are kept, and the demo says where.\n"
-    "\n"
-    "Options:\n"
-    "  --quiet     hide the lines that the library prints on standard output\n"
-    "  --dir DIR   work in DIR (made when missing) instead of a new temporary directory\n";
+    "are kept, and the demo says where.";
 
-const std::vector<OptionDef> kOptions = {{"quiet", OptionKind::kFlag},
-                                         {"dir", OptionKind::kValue}};
+struct Options {
+  bool quiet = false;
+  bool localTime = false;
+  std::string dir;
+};
 
 const pki::Seconds kDay = 24 * 60 * 60;
 // Larger than the library's 4 MiB read ring once compressed, so that the
@@ -87,11 +84,10 @@ void WriteSample(const std::string& path, const SampleFile& sample) {
 
 // The working directory: the one asked for, or a new temporary one that is
 // kept for the user to look into.
-std::string WorkDirectory(const ParsedOptions& options,
-                          std::optional<TempDirectory>& temporary) {
-  if (options.has("dir")) {
-    fs::create_directories(options.value("dir"));
-    return fs::absolute(options.value("dir")).string();
+std::string WorkDirectory(const Options& options, std::optional<TempDirectory>& temporary) {
+  if (!options.dir.empty()) {
+    fs::create_directories(options.dir);
+    return fs::absolute(options.dir).string();
   }
   temporary.emplace("extract-verify-demo");
   temporary->keep();
@@ -110,9 +106,8 @@ void PrintExtractedFiles(const std::string& directory) {
   }
 }
 
-int RunDemo(const std::vector<std::string>& args) {
-  ParsedOptions options = ParseOptions(args, kOptions);
-  ExpectPositional(options, 0, "no arguments");
+int RunDemo(const Options& options) {
+  const std::string zone = UseVerificationTimeZone(options.localTime);
   std::optional<TempDirectory> temporary;
   const std::string dir = WorkDirectory(options, temporary);
   const std::string trust = dir + "/trust.pem";
@@ -145,22 +140,18 @@ int RunDemo(const std::vector<std::string>& args) {
          packed.signedManifestBytes);
 
   fs::create_directories(extracted);
-  printf("  extracting into %s\n\n", extracted.c_str());
-  if (TimeZoneAheadOfUtc()) {
-    fprintf(stderr, "%s demo: note: this time zone is ahead of UTC, where the library checks "
-            "the signature before the signer's start; expect SIGN_ERR01, or run with TZ=UTC\n",
-            kToolName);
-  }
+  printf("  extracting into %s (signature checked in %s)\n\n", extracted.c_str(),
+         zone.c_str());
   ExtractionRequest request;
   request.certificate = trust;
   request.package = packagePath;
   request.destination = extracted;
-  request.quiet = options.has("quiet");
+  request.quiet = options.quiet;
   _KALU_Error status = RunExtraction(request);
 
   printf("\n");
   if (status != KALU_NO_ERR) {
-    ReportFailedStatus("demo extraction failed", status);
+    ReportFailedStatus("demo extraction failed", status, options.localTime);
     fprintf(stderr, "  the files are kept in %s\n", dir.c_str());
     return kExitFailure;
   }
@@ -177,7 +168,18 @@ int RunDemo(const std::vector<std::string>& args) {
 
 }  // namespace
 
-const Command kDemoCommand = {"demo", "make keys and a sample package, then extract it",
-                              kUsage, RunDemo};
+Command AddDemoCommand(CLI::App& tool) {
+  auto options = std::make_shared<Options>();
+  CLI::App* command =
+      tool.add_subcommand("demo", "make keys and a sample package, then extract it");
+  command->footer(kFooter);
+  command->add_flag("--quiet", options->quiet,
+                    "hide the lines that the library prints on standard output");
+  command->add_option("--dir", options->dir,
+                      "work in DIR (made when missing) instead of a new temporary directory")
+      ->type_name("DIR");
+  AddLocalTimeFlag(command, &options->localTime);
+  return {command, [options] { return RunDemo(*options); }};
+}
 
 }  // namespace cli

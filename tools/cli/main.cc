@@ -1,55 +1,45 @@
 // extract-verify: try, build and check signed update packages from a shell.
+#include <openssl/err.h>
+
 #include <cstdio>
-#include <cstring>
 #include <exception>
-#include <string>
 #include <vector>
 
 #include "tools/cli/commands.h"
 #include "tools/cli/options.h"
 
+extern "C" const char* extract_verify_version();
+
 const char* cli::g_invokedAs = cli::kToolName;
 
 namespace {
 
-const cli::Command* const kCommands[] = {&cli::kExtractCommand, &cli::kPackCommand,
-                                         &cli::kInspectCommand, &cli::kDemoCommand};
+const char kDescription[] =
+    "Unpacks signed update packages while verifying their signed manifest and the\n"
+    "SHA-256 of every file, and builds and checks such packages.";
 
-void PrintOverview(FILE* out) {
-  fprintf(out,
-          "Usage: extract-verify COMMAND [OPTIONS] [ARGUMENTS]\n"
-          "\n"
-          "Unpacks signed update packages while verifying their signed manifest and the\n"
-          "SHA-256 of every file, and builds and checks such packages.\n"
-          "\n"
-          "Commands:\n");
-  for (const cli::Command* command : kCommands) {
-    fprintf(out, "  %-9s %s\n", command->name, command->summary);
-  }
-  fprintf(out,
-          "\n"
-          "Run 'extract-verify COMMAND --help' for the options of a command.\n"
-          "Exit status: 0 on success, 1 when the command failed, 2 on a usage error.\n");
-}
+const char kFooter[] =
+    "Run 'extract-verify COMMAND --help' for the options of a command.\n"
+    "Exit status: 0 on success, 1 when the command failed, 2 on a usage error,\n"
+    "130 when interrupted.";
 
-const cli::Command* FindCommand(const char* name) {
-  for (const cli::Command* command : kCommands) {
-    if (strcmp(command->name, name) == 0) return command;
-  }
-  return nullptr;
-}
-
-int RunCommand(const cli::Command& command, const std::vector<std::string>& args) {
+int Run(const cli::Command& command) {
   try {
-    return command.run(args);
+    return command.run();
   } catch (const cli::UsageError& error) {
-    fprintf(stderr, "%s %s: %s\nTry '%s %s --help'.\n", cli::kToolName, command.name,
-            error.what(), cli::kToolName, command.name);
+    fprintf(stderr, "%s %s: %s\nRun with --help for more information.\n", cli::kToolName,
+            command.app->get_name().c_str(), error.what());
     return cli::kExitUsage;
+  } catch (const cli::InputError& error) {
+    fprintf(stderr, "%s %s: %s\n", cli::kToolName, command.app->get_name().c_str(),
+            error.what());
+    if (cli::g_verbose && !error.detail().empty()) fprintf(stderr, "%s", error.detail().c_str());
   } catch (const std::exception& error) {
-    fprintf(stderr, "%s %s: %s\n", cli::kToolName, command.name, error.what());
-    return cli::kExitFailure;
+    fprintf(stderr, "%s %s: %s\n", cli::kToolName, command.app->get_name().c_str(),
+            error.what());
   }
+  if (cli::g_verbose) ERR_print_errors_fp(stderr);
+  return cli::kExitFailure;
 }
 
 }  // namespace
@@ -61,28 +51,22 @@ int main(int argc, char** argv) {
   setvbuf(stdout, nullptr, _IOLBF, 0);
   if (argc > 0) cli::g_invokedAs = argv[0];
 
-  if (argc < 2) {
-    PrintOverview(stderr);
-    return cli::kExitUsage;
+  CLI::App tool(kDescription, cli::kToolName);
+  tool.set_version_flag("--version", std::string(cli::kToolName) + " " EV_TOOL_VERSION
+                                         " (library " + extract_verify_version() + ")");
+  tool.footer(kFooter);
+  tool.require_subcommand(1);
+  const std::vector<cli::Command> commands = {
+      cli::AddExtractCommand(tool), cli::AddInspectCommand(tool), cli::AddPackCommand(tool),
+      cli::AddResignCommand(tool), cli::AddDemoCommand(tool)};
+  try {
+    tool.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const int status = tool.exit(error);
+    return status == 0 ? cli::kExitSuccess : cli::kExitUsage;
   }
-  const char* name = argv[1];
-  if (strcmp(name, "--help") == 0 || strcmp(name, "-h") == 0 || strcmp(name, "help") == 0) {
-    PrintOverview(stdout);
-    return cli::kExitSuccess;
+  for (const cli::Command& command : commands) {
+    if (command.app->parsed()) return Run(command);
   }
-  const cli::Command* command = FindCommand(name);
-  if (command == nullptr) {
-    fprintf(stderr, "%s: unknown command '%s'\n\n", cli::kToolName, name);
-    PrintOverview(stderr);
-    return cli::kExitUsage;
-  }
-  std::vector<std::string> args(argv + 2, argv + argc);
-  for (const std::string& arg : args) {
-    if (arg == "--") break;
-    if (arg == "--help" || arg == "-h") {
-      fputs(command->usage, stdout);
-      return cli::kExitSuccess;
-    }
-  }
-  return RunCommand(*command, args);
+  return cli::kExitUsage;
 }

@@ -1,65 +1,52 @@
-// Command-line parsing shared by the subcommands of extract-verify.
-//
-// A subcommand declares its options (long names only, "--name value" or
-// "--name=value", optionally repeatable); everything else is a positional
-// argument, and "--" ends the options. Problems with the command line are
-// reported by throwing UsageError, which main turns into exit status 2.
-// Used on the main thread only.
+// What the subcommands of extract-verify share on their command lines: the
+// exit statuses, the error that names an input and its cause, and the
+// options that several commands take (CLI11 parses every command line).
+// Main thread only.
 #ifndef TOOLS_CLI_OPTIONS_H_
 #define TOOLS_CLI_OPTIONS_H_
 
-#include <map>
+#include <CLI/CLI.hpp>
+
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 namespace cli {
 
 // Exit statuses of the tool.
-enum ExitStatus { kExitSuccess = 0, kExitFailure = 1, kExitUsage = 2 };
+enum ExitStatus { kExitSuccess = 0, kExitFailure = 1, kExitUsage = 2, kExitInterrupted = 130 };
 
+// A command line that parses but makes no sense (exit status 2).
 class UsageError : public std::runtime_error {
  public:
   explicit UsageError(const std::string& what) : std::runtime_error(what) {}
 };
 
-enum class OptionKind {
-  kFlag,           // --name
-  kValue,          // --name VALUE, at most once
-  kRepeatedValue,  // --name VALUE, any number of times
-};
-
-struct OptionDef {
-  const char* name;  // without the leading "--"
-  OptionKind kind;
-};
-
-class ParsedOptions {
+// An input that cannot be used, said in one sentence that names the file and
+// the cause. `detail` keeps what the lower layers said (OpenSSL's error
+// stack), shown only with --verbose.
+class InputError : public std::runtime_error {
  public:
-  bool has(const std::string& name) const { return m_values.count(name) != 0; }
-  // The value of an option given once; empty when absent.
-  std::string value(const std::string& name) const;
-  // Every value of a repeatable option, in command-line order.
-  const std::vector<std::string>& values(const std::string& name) const;
-  // The option's value; throws UsageError when it was not given.
-  std::string required(const std::string& name) const;
-
-  std::vector<std::string> positional;
+  explicit InputError(const std::string& sentence, std::string detail = "")
+      : std::runtime_error(sentence), m_detail(std::move(detail)) {}
+  const std::string& detail() const { return m_detail; }
 
  private:
-  friend ParsedOptions ParseOptions(const std::vector<std::string>&,
-                                    const std::vector<OptionDef>&);
-  std::map<std::string, std::vector<std::string>> m_values;
+  std::string m_detail;
 };
 
-// Parses a subcommand's arguments (the subcommand's name excluded). Flags
-// without a value are recorded with an empty value.
-ParsedOptions ParseOptions(const std::vector<std::string>& args,
-                           const std::vector<OptionDef>& definitions);
+// Set by --verbose of any command: show the library's lines and the lower
+// layers' details of a failure.
+extern bool g_verbose;
 
-// Throws UsageError unless exactly `count` positional arguments were given;
-// `names` describes them for the message ("PACKAGE DEST").
-void ExpectPositional(const ParsedOptions& options, size_t count, const char* names);
+void AddVerboseFlag(CLI::App* command);
+
+// --local-time: check signatures in the process's time zone instead of UTC.
+void AddLocalTimeFlag(CLI::App* command, bool* localTime);
+
+// Makes the library read certificate times in UTC (the head unit's zone)
+// unless `localTime`; returns what to print: "UTC" or "local time (TZ=...)".
+// Called before any run starts: it changes the process's environment.
+std::string UseVerificationTimeZone(bool localTime);
 
 }  // namespace cli
 

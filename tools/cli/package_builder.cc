@@ -5,7 +5,9 @@
 #include <regex>
 #include <set>
 
+#include "tools/cli/archive_scan.h"
 #include "tools/cli/options.h"
+#include "tools/cli/package_check.h"
 #include "tools/package/package_writer.h"
 
 namespace cli {
@@ -57,14 +59,10 @@ std::string PackedName(const std::string& path) {
                       "stops at a directory entry)");
   }
   if (!fs::is_regular_file(status)) throw PackRefused(path + " is not a regular file");
-  if (fs::file_size(path) == 0) {
-    throw PackRefused(path + " is empty; the extractor stops at an empty entry");
-  }
   std::string name = fs::path(path).filename().string();
-  if (name.find("..") != std::string::npos) {
-    throw PackRefused("the name of " + path + " contains \"..\"; the extractor stops at such "
-                      "a name");
-  }
+  const std::string refusal =
+      NameOrSizeRefusal(name, static_cast<int64_t>(fs::file_size(path)));
+  if (!refusal.empty()) throw PackRefused(path + ": " + refusal);
   if (name == kSignedManifestName || name == kManifestName) {
     throw PackRefused("a file named " + name + " cannot be packed: the package's own " +
                       kSignedManifestName + " and the extracted " + kManifestName +
@@ -78,7 +76,8 @@ std::string PackedName(const std::string& path) {
 }
 
 std::vector<package::ManifestFile> DescribeFiles(const std::vector<std::string>& files,
-                                                 const std::string& output) {
+                                                 const std::string& output,
+                                                 const package::DataObserver& onData) {
   std::map<std::string, std::string> pathOfName;
   for (const std::string& path : files) {
     std::string name = PackedName(path);
@@ -95,7 +94,7 @@ std::vector<package::ManifestFile> DescribeFiles(const std::vector<std::string>&
   std::vector<package::ManifestFile> described;
   for (const std::string& path : files) {
     std::string name = fs::path(path).filename().string();
-    described.push_back({name, package::EntrySha256(package::Entry::FromDisk(name, path)),
+    described.push_back({name, package::EntrySha256(package::Entry::FromDisk(name, path), onData),
                          static_cast<uint64_t>(fs::file_size(path))});
   }
   return described;
@@ -136,23 +135,27 @@ package::ManifestHeader ParseHeaderSettings(const std::vector<std::string>& sett
   return header;
 }
 
-PackResult BuildPackage(const package::ManifestHeader& header,
-                        const std::vector<std::string>& files, const std::string& output,
-                        const pki::Identity& signer) {
-  if (files.empty()) throw PackRefused("no files to pack");
-  if (fs::is_directory(output)) throw PackRefused("the output " + output + " is a directory");
-  PackResult result;
-  result.files = DescribeFiles(files, output);
-
-  std::vector<unsigned char> der =
-      pki::SignPkcs7Der(package::ManifestText(header, result.files), signer);
-  result.signedManifestBytes = der.size();
+std::vector<unsigned char> SignManifest(const std::string& manifestText,
+                                        const pki::Identity& signer) {
+  std::vector<unsigned char> der = pki::SignPkcs7Der(manifestText, signer);
   if (der.size() > kMaxSignedManifestBytes) {
     throw PackRefused("the signed manifest is " + std::to_string(der.size()) +
                       " bytes; the extractor reads at most " +
                       std::to_string(kMaxSignedManifestBytes) +
                       " (pack fewer files, or use shorter names and header values)");
   }
+  return der;
+}
+
+PackResult BuildPackage(const package::ManifestHeader& header,
+                        const std::vector<std::string>& files, const std::string& output,
+                        const pki::Identity& signer, const package::DataObserver& onData) {
+  if (files.empty()) throw PackRefused("no files to pack");
+  PackResult result;
+  result.files = DescribeFiles(files, output, onData);
+  std::vector<unsigned char> der =
+      SignManifest(package::ManifestText(header, result.files), signer);
+  result.signedManifestBytes = der.size();
 
   std::vector<package::Entry> entries;
   entries.push_back(package::Entry::File(kSignedManifestName, std::string(der.begin(), der.end())));
@@ -160,7 +163,8 @@ PackResult BuildPackage(const package::ManifestHeader& header,
     entries.push_back(package::Entry::FromDisk(result.files[i].name, files[i]));
   }
   try {
-    CheckWrittenAsDescribed(package::WritePackage(output, entries), result.files, files);
+    CheckWrittenAsDescribed(package::WritePackage(output, entries, {}, onData), result.files,
+                            files);
   } catch (...) {
     std::error_code ignored;
     fs::remove(output, ignored);

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tools/package/manifest_text.h"
+#include "tools/package/package_writer.h"
 #include "tools/pki/pki.h"
 
 namespace cli {
@@ -24,10 +25,6 @@ class PackRefused : public std::runtime_error {
  public:
   explicit PackRefused(const std::string& what) : std::runtime_error(what) {}
 };
-
-// Largest Version.der that the extractor verifies: it reads the entry once,
-// into a buffer of this size.
-constexpr size_t kMaxSignedManifestBytes = 4096;
 
 // Header values from "Key=Value" texts, in order. Throws UsageError for a
 // text without '=', for a key that the manifest's reader would not see as
@@ -45,10 +42,17 @@ struct PackResult {
 // Writes the package at `output`. Throws PackRefused for inputs that the
 // extractor would refuse (see the checks in the .cc), std::runtime_error
 // (pki::Error included) when reading, signing or writing fails; a partly
-// written package is removed.
+// written package is removed. `onData` is told of every block of file data
+// hashed and then written (each file's size counts twice).
 PackResult BuildPackage(const package::ManifestHeader& header,
                         const std::vector<std::string>& files, const std::string& output,
-                        const pki::Identity& signer);
+                        const pki::Identity& signer,
+                        const package::DataObserver& onData = package::DataObserver());
+
+// Version.der over `manifestText`; throws PackRefused when it is larger than
+// the extractor verifies at once.
+std::vector<unsigned char> SignManifest(const std::string& manifestText,
+                                        const pki::Identity& signer);
 
 }  // namespace cli
 

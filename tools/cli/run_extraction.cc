@@ -10,7 +10,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "extract/run_state.h"
+#include "extract/extraction.h"
 #include "platform/hxlog/hxlog.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/stdout_redirect.h"

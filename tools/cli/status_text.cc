@@ -45,14 +45,14 @@ bool TimeZoneAheadOfUtc() {
   return asLocal != static_cast<time_t>(-1) && asLocal < now;
 }
 
-void ReportFailedStatus(const char* what, _KALU_Error status) {
+void ReportFailedStatus(const char* what, _KALU_Error status, bool localTime) {
   fprintf(stderr, "%s: %s: %s\n", kToolName, what, StatusName(status).c_str());
   const char* meaning = StatusMeaning(status);
   if (*meaning != '\0') fprintf(stderr, "  %s\n", meaning);
-  if (status == SIGN_ERR01 && TimeZoneAheadOfUtc()) {
+  if (status == SIGN_ERR01 && localTime && TimeZoneAheadOfUtc()) {
     fprintf(stderr,
-            "  hint: the signer's start of validity is read in this process's time zone, which\n"
-            "  is ahead of UTC, so it is checked at an instant before it starts; try TZ=UTC\n");
+            "  hint: with --local-time the signer's start of validity is read in this time\n"
+            "  zone, which is ahead of UTC, so it is checked before it starts; drop --local-time\n");
   }
 }
 

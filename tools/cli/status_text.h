@@ -23,8 +23,8 @@ const char* StatusMeaning(_KALU_Error status);
 bool TimeZoneAheadOfUtc();
 
 // Prints "extract-verify: <what>: NAME (N)" and the explanation lines to
-// standard error.
-void ReportFailedStatus(const char* what, _KALU_Error status);
+// standard error; `localTime` tells whether the time zone hint applies.
+void ReportFailedStatus(const char* what, _KALU_Error status, bool localTime);
 
 }  // namespace cli
 

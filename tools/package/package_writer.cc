@@ -9,6 +9,7 @@
 #include <fstream>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 
 namespace package {
 
@@ -102,7 +103,8 @@ la_ssize_t AppendToString(struct archive*, void* client, const void* buffer, siz
 
 class ArchiveWriter {
  public:
-  explicit ArchiveWriter(const WriteOptions& options) : m_archive(archive_write_new()) {
+  explicit ArchiveWriter(const WriteOptions& options, DataObserver onData = DataObserver())
+      : m_archive(archive_write_new()), m_onData(std::move(onData)) {
     if (m_archive == nullptr) throw std::runtime_error("archive_write_new failed");
     check(options.format == TarFormat::kUstar ? archive_write_set_format_ustar(m_archive)
                                               : archive_write_set_format_pax_restricted(m_archive));
@@ -137,6 +139,7 @@ class ArchiveWriter {
   WrittenEntry write(const Entry& entry);
 
   struct archive* m_archive;
+  DataObserver m_onData;
 };
 
 // Passes at most `storedSize` bytes of the data to `sink` and returns their
@@ -222,6 +225,7 @@ WrittenEntry ArchiveWriter::write(const Entry& entry) {
   if (data) {
     written.sha256 = StreamData(*data, storedSize, [this](const unsigned char* block, size_t n) {
       if (archive_write_data(m_archive, block, n) != static_cast<la_ssize_t>(n)) check(ARCHIVE_FATAL);
+      if (m_onData) m_onData(n);
     });
   }
   check(archive_write_finish_entry(m_archive));
@@ -268,8 +272,8 @@ Entry Entry::CharDevice(std::string name, unsigned int major, unsigned int minor
 }
 
 std::vector<WrittenEntry> WritePackage(const std::string& path, const std::vector<Entry>& entries,
-                                       const WriteOptions& options) {
-  ArchiveWriter writer(options);
+                                       const WriteOptions& options, const DataObserver& onData) {
+  ArchiveWriter writer(options, onData);
   writer.openFile(path);
   return writer.writeAll(entries);
 }
@@ -284,9 +288,11 @@ std::string WritePackageToMemory(const std::vector<Entry>& entries, const WriteO
   return out;
 }
 
-std::string EntrySha256(const Entry& entry) {
+std::string EntrySha256(const Entry& entry, const DataObserver& onData) {
   EntryData data(entry);
-  return StreamData(data, StoredSize(entry, data), [](const unsigned char*, size_t) {});
+  return StreamData(data, StoredSize(entry, data), [&onData](const unsigned char*, size_t n) {
+    if (onData) onData(n);
+  });
 }
 
 std::string Sha256Hex(const std::string& data) {

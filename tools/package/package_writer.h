@@ -19,6 +19,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -91,14 +92,19 @@ struct WrittenEntry {
 
 enum class TarFormat { kPaxRestricted, kUstar };
 
+// Told the size of every block of entry data as it is passed on (progress).
+using DataObserver = std::function<void(size_t bytes)>;
+
 struct WriteOptions {
   TarFormat format = TarFormat::kPaxRestricted;
   bool gzip = true;
 };
 
-// Writes the entries, in order, as a package file at `path`.
+// Writes the entries, in order, as a package file at `path`; `onData`, when
+// given, is told of every block of entry data written.
 std::vector<WrittenEntry> WritePackage(const std::string& path, const std::vector<Entry>& entries,
-                                       const WriteOptions& options = WriteOptions());
+                                       const WriteOptions& options = WriteOptions(),
+                                       const DataObserver& onData = DataObserver());
 
 // The same, into memory; `written` (optional) receives the stored entries.
 std::string WritePackageToMemory(const std::vector<Entry>& entries,
@@ -116,7 +122,7 @@ std::string GzipCompress(const std::string& data);
 // Lower-case hex SHA-256 of the data that a regular entry stores, read from
 // its source piece by piece (what WritePackage reports for it), so that a
 // manifest can be signed before the package is written.
-std::string EntrySha256(const Entry& entry);
+std::string EntrySha256(const Entry& entry, const DataObserver& onData = DataObserver());
 
 // Lower-case hex SHA-256 of `data`.
 std::string Sha256Hex(const std::string& data);

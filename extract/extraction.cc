@@ -1,0 +1,79 @@
+#include "extract/extraction.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "extract/hash_compare.h"
+#include "extract/run_state_internal.h"
+#include "extract/source_reader.h"
+#include "platform/clock.h"
+#include "platform/log.h"
+
+namespace {
+
+const char kErrorReportPath[] = "/tmp/extract_verify_error.txt";
+
+}  // namespace
+
+_KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
+                            const char* dstDirPath, const char* interestedFileName,
+                            bool exclude) {
+  _KALU_Error status = KALU_NO_ERR;
+  EV_LOG_ENTER();
+  ResetGlobalVariables();
+  g_certificateFilePath = certFilePath;
+  g_srcFilePath = srcFilePath;
+  g_dstDirPath = dstDirPath;
+  if (interestedFileName == nullptr) {
+    g_eExtractionType = EXTRACTION_FULL;
+  } else {
+    g_interesetedFileName = interestedFileName;
+    g_eExtractionType = exclude ? EXTRACTION_EXCLUDE_FILE : EXTRACTION_SINGLE_FILE;
+  }
+  printf("Extraction Type: %d\n", g_eExtractionType);
+  EV_LOG_INFO("Extraction Type: %d ", g_eExtractionType);
+
+  // Only reading, extracting, hashing and writing are timed.
+  uint64_t start = platform::ClockCycles();
+  copyWithHash(status);
+  uint64_t end = platform::ClockCycles();
+  double elapsedMs = static_cast<double>(end - start) * 1000.0 / ticksPerSecond();
+
+  if (status == KALU_NO_ERR) status = compareHashValues();
+  if (status != KALU_NO_ERR) {
+    // Clients look for the name of a failing status in the report file.
+    const char* name = CKALUStatus::EnumToStr(status);
+    FILE* report = fopen(kErrorReportPath, "w");
+    if (report == nullptr) {
+      int error = errno;
+      printf("fopen failed: /tmp/extract_verify_error.txt %d", error);
+      EV_LOG_ERROR("fopen failed: /tmp/extract_verify_error.txt %d ", error);
+    } else {
+      fprintf(report, "%s", name);
+      fclose(report);
+    }
+    printf("Error No :  %d / %s\n", status, name);
+    EV_LOG_ERROR("Error No :  %d / %s ", status, name);
+  }
+
+  printf("Total Consumed Time = %f \n", elapsedMs);
+  EV_LOG_INFO("Total Consumed Time = %f ", elapsedMs);
+  EV_LOG_LEAVE();
+  extract_progress::RunDone();
+  return status;
+}
+
+_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
+                                 const char* dstDirPath) {
+  return ExtractWithHash(certFilePath, srcFilePath, dstDirPath, nullptr, false);
+}
+
+_KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
+                                 const char* dstDirPath, const char* interestedFileName,
+                                 bool exclude) {
+  return ExtractWithHash(certFilePath, srcFilePath, dstDirPath, interestedFileName, exclude);
+}
+
+void InitExtractWithHash() {}
+void SetBufferSize() {}
+

@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Builds the Debian packages of a build tree with cpack and checks them with
+# dpkg-deb: each package holds its own part of the installation, together
+# they hold all of it, and the development and tool packages depend on the
+# library's. Exits 77 (skipped) where dpkg-deb is missing.
+#
+# Usage: deb_packages_test.sh BUILD_DIR WORK_DIR
+set -euo pipefail
+build=$1 work=$2
+command -v dpkg-deb > /dev/null || { echo "dpkg-deb is missing: skipped"; exit 77; }
+fail() { echo "deb_packages_test: $*" >&2; exit 1; }
+
+rm -rf "$work"
+mkdir -p "$work"
+cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/debs" > "$work/cpack.log" ||
+  fail "cpack failed: $(tail -n 5 "$work/cpack.log")"
+cmake --install "$build" --prefix "$work/prefix" > "$work/install.log"
+
+# The paths a package installs (files and links), relative to /usr.
+contents() { dpkg-deb -c "$1" | awk '$1 !~ /^d/ { print $6 }' | sed 's|^\./usr/||' | sort; }
+package() { compgen -G "$work/debs/$1_*.deb" || fail "no package $1"; }
+lib=$(package libextract-verify1) dev=$(package libextract-verify-dev) tool=$(package extract-verify)
+
+expect() {  # expect PACKAGE PATH...: each path is in the package
+  local deb=$1 path
+  shift
+  for path in "$@"; do
+    contents "$deb" | grep -qx "$path" || fail "$path is not in $(basename "$deb")"
+  done
+}
+expect "$lib" lib/libextract_verify.so.1 lib/libhxlog.so lib/libHX_ConfigParser.so
+expect "$dev" lib/libextract_verify.so include/extract_verify.h \
+  include/extract_verify/extract_verify.h include/extract_verify/status/kalu_status.h \
+  lib/pkgconfig/extract_verify.pc lib/cmake/extract_verify/extract_verifyConfig.cmake
+expect "$tool" bin/extract-verify
+
+all=$(cd "$work/prefix" && find . ! -type d | sed 's|^\./||' | sort)
+packaged=$(for deb in "$lib" "$dev" "$tool"; do contents "$deb"; done | sort)
+[ "$all" = "$packaged" ] ||
+  fail "packages and installation differ: $(diff <(echo "$all") <(echo "$packaged") | grep '^[<>]')"
+
+for deb in "$dev" "$tool"; do
+  dpkg-deb -f "$deb" Depends | grep -q "libextract-verify1 (= " ||
+    fail "$(basename "$deb") does not depend on the library's package"
+done
+rm -rf "$work"

@@ -1,0 +1,57 @@
+#include "tools/cli/signing.h"
+
+#include "tools/cli/archive_scan.h"
+#include "tools/cli/input_checks.h"
+#include "tools/cli/manifest_verify.h"
+#include "tools/cli/options.h"
+#include "tools/cli/package_builder.h"
+#include "tools/cli/signature_check.h"
+
+namespace cli {
+
+void AddSigningOptions(CLI::App* command, SigningOptions* options) {
+  command->add_option("--key", options->key, "PEM private key of the signer")
+      ->required()
+      ->type_name("KEY");
+  command->add_option("--cert", options->cert,
+                      "PEM certificate of the signer (the first one in the file)")
+      ->required()
+      ->type_name("CERT");
+  command->add_option("--pass", options->pass,
+                      "pass phrase of an encrypted key: file:PATH (its first line) or "
+                      "env:NAME")
+      ->type_name("SOURCE");
+  command->add_option("--out", options->out, "the package to write")
+      ->required()
+      ->type_name("PACKAGE");
+  command->add_flag("--force", options->force, "replace an existing output package");
+  command->add_option("--trust", options->trust,
+                      "verify the written package against these trusted certificates before "
+                      "keeping it")
+      ->type_name("CERT");
+}
+
+pki::Identity LoadCheckedSigner(const SigningOptions& options) {
+  if (!options.trust.empty()) CheckCertificateFile(options.trust);
+  pki::Identity signer = LoadSigner(options.cert, options.key, options.pass);
+  const std::string refusal = SignerRefusal(signer.cert.get());
+  if (!refusal.empty()) {
+    throw PackRefused("the signer certificate in " + options.cert + " cannot sign packages "
+                      "that the extractor accepts: " + refusal);
+  }
+  return signer;
+}
+
+void CheckAgainstTrust(const std::string& package, const std::string& trustFile) {
+  if (trustFile.empty()) return;
+  UseVerificationTimeZone(false);
+  ArchiveScan scan = ScanArchive(package, true);
+  Verification verification = VerifySignedManifest(scan.signedManifestPieces.at(0), trustFile);
+  if (verification.status != KALU_NO_ERR) {
+    throw PackRefused("the package does not verify against " + trustFile + ": " +
+                      (verification.reason.empty() ? "status " + std::to_string(verification.status)
+                                                   : verification.reason));
+  }
+}
+
+}  // namespace cli

@@ -1,0 +1,37 @@
+// What `pack` and `resign` share: the signer's options (--key, --cert,
+// --pass, --out, --force, --trust), loading the signer and refusing one the
+// extractor would refuse, and the check of a written package against a
+// trust file before it is kept. Main thread.
+#ifndef TOOLS_CLI_SIGNING_H_
+#define TOOLS_CLI_SIGNING_H_
+
+#include <CLI/CLI.hpp>
+
+#include <string>
+
+#include "tools/pki/pki.h"
+
+namespace cli {
+
+struct SigningOptions {
+  std::string key;
+  std::string cert;
+  std::string pass;
+  std::string out;
+  std::string trust;
+  bool force = false;
+};
+
+void AddSigningOptions(CLI::App* command, SigningOptions* options);
+
+// The signer's key and certificate; throws InputError for unusable files
+// and PackRefused for a certificate that cannot sign packages now.
+pki::Identity LoadCheckedSigner(const SigningOptions& options);
+
+// With a `trustFile`, verifies the package's signed manifest against it as
+// the extractor would, in UTC; throws PackRefused when it does not verify.
+void CheckAgainstTrust(const std::string& package, const std::string& trustFile);
+
+}  // namespace cli
+
+#endif  // TOOLS_CLI_SIGNING_H_

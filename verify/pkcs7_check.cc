@@ -1,0 +1,111 @@
+#include "verify/pkcs7_check.h"
+
+#include <openssl/err.h>
+#include <openssl/x509_vfy.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "platform/file_io.h"
+#include "platform/log.h"
+#include "status/kalu_status.h"
+#include "verify/cert_store.h"
+#include "verify/verify_common.h"
+
+namespace verify_internal {
+namespace {
+
+// The objects one check makes, released together when the check ends.
+struct CheckObjects {
+  Pkcs7Ptr p7;
+  StorePtr store;
+  ParamPtr param;
+  BioPtr output;
+};
+
+void Tell(const char* name, const Notice& notice) {
+  fputs(notice.printed, stdout);
+  EV_LOG_AS(name, notice.level, "%s", notice.logged);
+}
+
+template <typename... Args>
+void Tell(const char* name, const Notice& notice, Args... args) {
+  printf(notice.printed, args...);
+  EV_LOG_AS(name, notice.level, notice.logged, args...);
+}
+
+// A manifest of an earlier run must not survive a failed verification.
+void RemoveOldOutput(const Pkcs7Check& check, const std::string& outputPath) {
+  if (platform::RemoveFile(outputPath.c_str()) != 0) {
+    const int error = errno;
+    Tell(check.name, check.removeFailed, outputPath.c_str(), error);
+  }
+}
+
+bool ParseAndBuildStore(const Pkcs7Check& check, const Pkcs7CheckCall& call,
+                        CheckObjects& objects) {
+  if (call.derBuffer == nullptr) {
+    Tell(check.name, check.noBuffer);
+    return false;
+  }
+  // The buffer may be longer than the structure; the rest is ignored.
+  const unsigned char* cursor = call.derBuffer;
+  objects.p7.reset(d2i_PKCS7(nullptr, &cursor, call.derLength));
+  if (objects.p7 == nullptr) {
+    Tell(check.name, check.notParsed);
+    return false;
+  }
+  objects.store.reset(create_store(nullptr, call.certFilePath, nullptr));
+  if (objects.store == nullptr) {
+    Tell(check.name, check.noStore);
+    return false;
+  }
+  return true;
+}
+
+bool SetUpParameters(const Pkcs7Check& check, CheckObjects& objects) {
+  unsigned int verificationTime = 0;
+  if (!check.findTime(objects.p7.get(), verificationTime)) return false;
+  objects.param.reset(X509_VERIFY_PARAM_new());
+  if (objects.param == nullptr) {
+    Tell(check.name, check.noParam);
+    return false;
+  }
+  switch (ApplySmimeSignParams(objects.store.get(), objects.param.get(), verificationTime)) {
+    case ParamSetup::kApplied:
+      return true;
+    case ParamSetup::kUnknownPurpose:
+      Tell(check.name, check.unknownPurpose);
+      return false;
+    case ParamSetup::kNotApplied:
+      break;
+  }
+  Tell(check.name, check.paramNotApplied);
+  return false;
+}
+
+bool Verify(const Pkcs7Check& check, const Pkcs7CheckCall& call, CheckObjects& objects) {
+  // Without an output the signature is still checked; only the content is
+  // not written.
+  objects.output.reset(BIO_new_file(call.outputPath.c_str(), "w"));
+  if (objects.output == nullptr) Tell(check.name, check.noOutput, call.outputPath.c_str());
+  if (PKCS7_verify(objects.p7.get(), nullptr, objects.store.get(), nullptr, objects.output.get(),
+                   check.verifyFlags) == 1) {
+    return true;
+  }
+  check.reportFailure(call, ERR_get_error());
+  return false;
+}
+
+}  // namespace
+
+unsigned int RunPkcs7Check(const Pkcs7Check& check, const Pkcs7CheckCall& call) {
+  RemoveOldOutput(check, call.outputPath);
+  LoadOpenSslTables();
+  CheckObjects objects;
+  const bool verified = ParseAndBuildStore(check, call, objects) &&
+                        SetUpParameters(check, objects) && Verify(check, call, objects);
+  return verified ? KALU_NO_ERR : SIGN_ERR01;
+}
+
+}  // namespace verify_internal
