@@ -52,7 +52,7 @@ bool IsInterestedFile(const std::string& name) {
 template <typename Args>
 bool StartFileThread(HashAndWriteBuffer* file, const char* name, void* (*entry)(void*),
                      Args* args, pthread_t* id) {
-  if (pthread_create(id, nullptr, entry, args) == 0) return true;
+  if (platform::StartThread(id, entry, args) == 0) return true;
   int error = errno;
   printf("%s failed to create - %d", name, error);
   EXTRACT_LOG(kLogError, "%s failed to create - %d", name, error);

@@ -73,8 +73,8 @@ void ReleaseIfHeld(Mutex& lock, bool& held) {
 }
 
 void JoinStartedThreads(HashAndWriteBuffer* buffer) {
-  if (buffer->m_bHashThreadStarted) pthread_join(buffer->m_hashThreadId, nullptr);
-  if (buffer->m_bWriterThreadStarted) pthread_join(buffer->m_writerThreadId, nullptr);
+  if (buffer->m_bHashThreadStarted) platform::JoinThread(buffer->m_hashThreadId);
+  if (buffer->m_bWriterThreadStarted) platform::JoinThread(buffer->m_writerThreadId);
 }
 
 // Two lower-case hex digits per digest byte; empty for a hash that computes
