@@ -35,11 +35,6 @@ HashAndWriteBuffer::~HashAndWriteBuffer() {
   m_chunks.giveBack(m_bReturnExpected);
 }
 
-void HashAndWriteBuffer::wake(Mutex& lock, Cond& cond, const bool& waiting) {
-  MutexLock hold(lock);
-  if (waiting) MutexLock::signal(cond);
-}
-
 unsigned char* HashAndWriteBuffer::nextCopy() {
   MutexLock lock(m_copyLock);
   while (m_freeChunks == 0) {
@@ -74,8 +69,11 @@ void HashAndWriteBuffer::copyComplete() {
     m_bDataComplete = true;
     drained = m_freeChunks == kChunkCount;
   }
-  // The last chunks may be fewer than a batch.
-  wake(m_hashLock, m_hashCond, m_bHasherWaiting);
+  {
+    // The last chunks may be fewer than a batch.
+    MutexLock lock(m_hashLock);
+    if (m_bHasherWaiting) MutexLock::signal(m_hashCond);
+  }
   if (drained) returnRing();
 }
 
@@ -91,31 +89,19 @@ void HashAndWriteBuffer::stopCopy() {
   if (m_bFillerWaiting) MutexLock::signal(m_copyCond);
 }
 
-HashAndWriteBuffer::Chunk HashAndWriteBuffer::nextPassedOn(Mutex& lock, Cond& cond,
-                                                           uint32_t& count, const bool& finished,
-                                                           bool& waiting, const uint32_t* sizes,
-                                                           uint32_t cursor, bool& lockHeld,
-                                                           bool* emptied) {
-  MutexLock hold(lock);
-  lockHeld = true;
-  while (count == 0 && !finished && !m_bCancelled) {
-    waiting = true;
-    hold.wait(cond);
-    waiting = false;
-  }
-  Chunk result{nullptr, 0};
-  if (count != 0 && !m_bCancelled) {
-    --count;
-    if (emptied != nullptr) *emptied = count == 0;
-    result = {chunk(cursor), sizes[cursor]};
-  }
-  lockHeld = false;
-  return result;
-}
-
+// Filled chunks are drained before the end of data is honoured; a
+// cancellation ends the hashing at once.
 HashAndWriteBuffer::Chunk HashAndWriteBuffer::nextHash() {
-  return nextPassedOn(m_hashLock, m_hashCond, m_chunksToHash, m_bCopyFinished, m_bHasherWaiting,
-                      m_filledSizes, m_hashCursor, m_bHashLockHeld, &m_bHashQueueEmptied);
+  MutexLock lock(m_hashLock);
+  while (m_chunksToHash == 0 && !m_bCopyFinished && !m_bCancelled) {
+    m_bHasherWaiting = true;
+    lock.wait(m_hashCond);
+    m_bHasherWaiting = false;
+  }
+  if (m_chunksToHash == 0 || m_bCancelled) return Chunk(nullptr, 0);
+  --m_chunksToHash;
+  m_bHashQueueEmptied = m_chunksToHash == 0;
+  return Chunk(chunk(m_hashCursor), m_filledSizes[m_hashCursor]);
 }
 
 void HashAndWriteBuffer::hashReady(unsigned int size) {
@@ -136,9 +122,17 @@ void HashAndWriteBuffer::hashFinished() {
   if (m_bWriterWaiting) MutexLock::signal(m_readCond);
 }
 
+// As nextHash, for the chunks hashed.
 HashAndWriteBuffer::Chunk HashAndWriteBuffer::nextRead() {
-  return nextPassedOn(m_readLock, m_readCond, m_chunksToWrite, m_bHashFinished, m_bWriterWaiting,
-                      m_hashedSizes, m_readCursor, m_bReadLockHeld, nullptr);
+  MutexLock lock(m_readLock);
+  while (m_chunksToWrite == 0 && !m_bHashFinished && !m_bCancelled) {
+    m_bWriterWaiting = true;
+    lock.wait(m_readCond);
+    m_bWriterWaiting = false;
+  }
+  if (m_chunksToWrite == 0 || m_bCancelled) return Chunk(nullptr, 0);
+  --m_chunksToWrite;
+  return Chunk(chunk(m_readCursor), m_hashedSizes[m_readCursor]);
 }
 
 void HashAndWriteBuffer::readReady(unsigned int size) {

@@ -45,6 +45,7 @@
 #include "support/file_handle.h"
 #include "support/hash.h"
 #include "support/sync.h"
+#include "support/thread_annotations.h"
 #include "extract_verify_export.h"
 
 class EV_EXPORT HashAndWriteBuffer {
@@ -92,49 +93,50 @@ class EV_EXPORT HashAndWriteBuffer {
 
   unsigned char* chunk(uint32_t index) { return m_chunks.get() + index * kChunkSize; }
 
+  // The ring's state, in the order of its parties. Each count and flag is
+  // guarded by the lock of the party that waits on it; each cursor belongs
+  // to its party alone.
+ private:
   // The ring; chunk i starts at i * kChunkSize. Null once given back.
   PooledRing m_chunks;
-  uint32_t m_filledSizes[kChunkCount];
-  uint32_t m_hashedSizes[kChunkCount];
+  uint32_t m_filledSizes[kChunkCount] GUARDED_BY(m_hashLock);
+  uint32_t m_hashedSizes[kChunkCount] GUARDED_BY(m_readLock);
 
   Mutex m_copyLock;
   Cond m_copyCond;
   uint32_t m_copyCursor = 0;
-  uint32_t m_freeChunks = kChunkCount;
-  bool m_bFillerWaiting = false;
-  bool m_bDataComplete = false;
+  uint32_t m_freeChunks GUARDED_BY(m_copyLock) = kChunkCount;
+  bool m_bFillerWaiting GUARDED_BY(m_copyLock) = false;
+  bool m_bDataComplete GUARDED_BY(m_copyLock) = false;
 
   Mutex m_hashLock;
   Cond m_hashCond;
   uint32_t m_hashCursor = 0;
-  uint32_t m_chunksToHash = 0;
-  bool m_bHasherWaiting = false;
+  uint32_t m_chunksToHash GUARDED_BY(m_hashLock) = 0;
+  bool m_bHasherWaiting GUARDED_BY(m_hashLock) = false;
 
   Mutex m_readLock;
   Cond m_readCond;
   uint32_t m_readCursor = 0;
-  uint32_t m_chunksToWrite = 0;
-  bool m_bWriterWaiting = false;
+  uint32_t m_chunksToWrite GUARDED_BY(m_readLock) = 0;
+  bool m_bWriterWaiting GUARDED_BY(m_readLock) = false;
 
   Mutex m_checkLock;
   Cond m_checkCond;
-  uint64_t m_uncheckedBytes = 0;
-  bool m_bObserverWaiting = false;
+  uint64_t m_uncheckedBytes GUARDED_BY(m_checkLock) = 0;
+  bool m_bObserverWaiting GUARDED_BY(m_checkLock) = false;
 
-  bool m_bCopyStop = false;      // copy lock
-  bool m_bCopyFinished = false;  // hash lock
-  bool m_bHashFinished = false;  // read lock
-  bool m_bReadFinished = false;  // check lock
+  bool m_bCopyStop GUARDED_BY(m_copyLock) = false;
+  bool m_bCopyFinished GUARDED_BY(m_hashLock) = false;
+  bool m_bHashFinished GUARDED_BY(m_readLock) = false;
+  bool m_bReadFinished GUARDED_BY(m_checkLock) = false;
   // Stored under the hash lock and then under the read lock, and read under
   // either; atomic because the two locks do not order each other.
   std::atomic<bool> m_bCancelled{false};
 
-  // Whether the hash thread (inside nextHash) holds the hash lock, and the
-  // writer (inside nextRead) the read lock; each touched by that thread only,
-  // so that a cleanup handler releases a lock only when its thread holds it.
-  bool m_bHashLockHeld = false;
-  bool m_bReadLockHeld = false;
-
+  // The file's threads and data, set up by the extract thread (see
+  // StartFileThreads) and read by WaitForChildThreads after the joins.
+ public:
   pthread_t m_hashThreadId{};
   pthread_t m_writerThreadId{};
   bool m_bHashThreadStarted = false;
@@ -148,14 +150,6 @@ class EV_EXPORT HashAndWriteBuffer {
   bool m_bWriteFailed = false;  // written by the writer, read after it is joined
 
  private:
-  // The wait shared by nextHash and nextRead: takes the next chunk that the
-  // previous party has passed on, draining before `finished` is honoured.
-  // `emptied` tells whether that chunk was the last one queued.
-  Chunk nextPassedOn(Mutex& lock, Cond& cond, uint32_t& count, const bool& finished,
-                     bool& waiting, const uint32_t* sizes, uint32_t cursor, bool& lockHeld,
-                     bool* emptied);
-  // Wakes `waiting` on `cond` under `lock`, if it waits.
-  static void wake(Mutex& lock, Cond& cond, const bool& waiting);
   void returnRing();
 
   // Set by copyComplete before the ring can drain: the writer then returns

@@ -26,6 +26,7 @@
 
 #include "status/kalu_status.h"
 #include "support/sync.h"
+#include "support/thread_annotations.h"
 #include "extract_verify_export.h"
 
 class HashAndWriteBuffer;
@@ -66,22 +67,22 @@ class EV_EXPORT ReadAndExtractBuffer {
 
  private:
   std::unique_ptr<unsigned char[]> m_data;
-  uint32_t m_lengths[kChunkCount];
+  uint32_t m_lengths[kChunkCount] GUARDED_BY(m_extractLock);
   HashAndWriteBuffer* m_pCurrentPipeline = nullptr;
 
   Mutex m_writeLock;
   Cond m_freeCond;
   uint32_t m_writeIndex = 0;
-  uint32_t m_freeCount = kChunkCount;
-  bool m_bExtractStopped = false;  // write lock
-  bool m_bProducerWaiting = false;  // write lock
+  uint32_t m_freeCount GUARDED_BY(m_writeLock) = kChunkCount;
+  bool m_bExtractStopped GUARDED_BY(m_writeLock) = false;
+  bool m_bProducerWaiting GUARDED_BY(m_writeLock) = false;
 
   Mutex m_extractLock;
   Cond m_filledCond;
   uint32_t m_extractIndex = 0;
-  uint32_t m_filledCount = 0;
-  bool m_bWriteFinished = false;  // extract lock
-  bool m_bConsumerWaiting = false;  // extract lock
+  uint32_t m_filledCount GUARDED_BY(m_extractLock) = 0;
+  bool m_bWriteFinished GUARDED_BY(m_extractLock) = false;
+  bool m_bConsumerWaiting GUARDED_BY(m_extractLock) = false;
 };
 
 #endif  // EXTRACT_READ_BUFFER_H_

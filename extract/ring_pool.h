@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "support/sync.h"
+#include "support/thread_annotations.h"
 
 class RingPool {
  public:
@@ -48,9 +49,9 @@ class RingPool {
   const size_t m_ringBytes;
   Mutex m_lock;
   Cond m_returnedCond;  // the extract thread waits here in acquire
-  std::vector<unsigned char*> m_idle;
-  unsigned m_out = 0;
-  int m_expected = 0;  // rings out that will come back on their own
+  std::vector<unsigned char*> m_idle GUARDED_BY(m_lock);
+  unsigned m_out GUARDED_BY(m_lock) = 0;
+  int m_expected GUARDED_BY(m_lock) = 0;  // rings out that will come back on their own
 };
 
 // The pool of the per-file rings, shared by every run of the process.

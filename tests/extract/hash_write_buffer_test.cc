@@ -120,29 +120,4 @@ TEST_F(RingTest, NextCheckReportsBytesWrittenSinceLastCallThenZeroAfterTheEnd) {
   EXPECT_EQ(0u, ring.nextCheck());
 }
 
-// A cancelled hasher or writer must release the ring's lock only when it
-// holds it, or it would unlock the other party's.
-TEST_F(RingTest, CleanupHandlersReleaseOnlyALockTheirThreadHolds) {
-  auto lockIsFree = [](Mutex& lock) {
-    return std::async(std::launch::async, [&lock] {
-             if (pthread_mutex_trylock(lock) != 0) return false;
-             pthread_mutex_unlock(lock);
-             return true;
-           }).get();
-  };
-  hash_thread_cleanup_handler(nullptr);
-  write_thread_cleanup_handler(nullptr);
-  pthread_mutex_lock(ring.m_hashLock);  // held, but not by the hasher
-  hash_thread_cleanup_handler(&ring);
-  EXPECT_FALSE(lockIsFree(ring.m_hashLock));
-  ring.m_bHashLockHeld = true;  // as inside nextHash
-  hash_thread_cleanup_handler(&ring);
-  EXPECT_TRUE(lockIsFree(ring.m_hashLock));
-
-  pthread_mutex_lock(ring.m_readLock);
-  ring.m_bReadLockHeld = true;
-  write_thread_cleanup_handler(&ring);
-  EXPECT_TRUE(lockIsFree(ring.m_readLock));
-}
-
 }  // namespace
