@@ -11,10 +11,12 @@
 #include <new>
 #include <string>
 
+#include "extract/entry_admission.h"
 #include "extract/file_threads.h"
 #include "extract/hash_write_buffer.h"
 #include "extract/read_buffer.h"
 #include "extract/run_state.h"
+#include "extract/run_stop.h"
 #include "extract/source_reader.h"
 #include "manifest/version_tpn.h"
 #include "platform/file_io.h"
@@ -35,10 +37,12 @@ const size_t kNameCompareLength = 255;
 const char kManifestEntry[] = "Version.der";  // compared with its terminator
 const char kManifestFile[] = "Version.inf";
 
-// "<directory>/<name>", cut silently to the buffer.
+// "<directory>/<name>", cut silently to 254 characters: the path is formed
+// in at most 255 bytes of the buffer, terminator included, and the buffer's
+// last byte stays 0.
 void FormatPath(char (&path)[kPathSize], const std::string& directory, const char* name) {
   std::memset(path, 0, sizeof path);
-  snprintf(path, sizeof path, "%s/%s", directory.c_str(), name);
+  snprintf(path, sizeof path - 1, "%s/%s", directory.c_str(), name);
 }
 
 bool IsInterestedFile(const std::string& name) {
@@ -75,20 +79,25 @@ class EntryWalker {
   bool endManifest();
   bool abandonManifest();
   bool isFilteredOut(const std::string& name);
-  bool extractFile(const std::string& name);
-  bool copyEntryData();
+  bool extractFile(const std::string& name, int64_t declaredSize);
+  bool refuseEntry(const std::string& name, _KALU_Error status, const std::string& reason);
+  bool copyEntryData(const std::string& name, uint64_t byteLimit);
   bool completesSingleFileRun(const std::string& name);
+  bool runStopped();
 
   archive* m_reader;
   ReadAndExtractBuffer& m_buffer;
   bool m_bManifestSeen = false;
   bool m_bManifestVerified = false;  // a signed manifest has been accepted
+  bool m_bManifestParsed = false;    // ... and parsed: it bounds what is written
+  std::string m_manifestPath;        // of the verified Version.inf, once written
   unsigned char m_data[kManifestReadSize] = {};
 };
 
 void EntryWalker::run() {
   std::string entryName;
   for (;;) {
+    if (runStopped()) return;
     archive_entry* entry = nullptr;
     int result = archive_read_next_header(m_reader, &entry);
     if (result == ARCHIVE_EOF) {
@@ -102,7 +111,8 @@ void EntryWalker::run() {
       return;
     }
     // Directories and empty files end the run as well.
-    if (archive_entry_size(entry) <= 0) {
+    const int64_t size = archive_entry_size(entry);
+    if (size <= 0) {
       setStatus(PKG_ERR03);
       printf("Error: archive_entry_size(entry) returns negative value \n");
       EXTRACT_LOG(kLogError, "Error: archive_entry_size(entry) returns negative value");
@@ -121,7 +131,7 @@ void EntryWalker::run() {
     if (strncmp(entryName.c_str(), kManifestEntry, sizeof kManifestEntry) == 0) {
       stop = handleManifest(entryName);
     } else if (!isFilteredOut(entryName)) {
-      stop = extractFile(entryName);
+      stop = extractFile(entryName, size);
     }
     if (completesSingleFileRun(entryName)) stop = true;
     entryName.clear();
@@ -158,8 +168,14 @@ bool EntryWalker::handleManifest(const std::string& name) {
     if (result != KALU_NO_ERR) return refuseManifest(result);
     if (m_bManifestVerified) return refuseSecondManifest();
     m_bManifestVerified = true;
-    result = PrintKALU_VersionParse_TPN(manifestPath, g_objKALU_Version_TPN);
+    m_manifestPath = manifestPath;
+    // A link planted at Version.inf was not written through; nor is it read:
+    // the manifest is then missing, as when it could not be written at all.
+    result = platform::IsSymbolicLink(manifestPath)
+                 ? VER_ERR01
+                 : PrintKALU_VersionParse_TPN(manifestPath, g_objKALU_Version_TPN);
     setStatus(result);
+    m_bManifestParsed = result == KALU_NO_ERR;
     if (result != KALU_NO_ERR) {
       printf("Error: Version Inf Parsing Failed. Status :%d / %s\n", result,
              CKALUStatus::EnumToStr(result));
@@ -218,13 +234,18 @@ bool EntryWalker::isFilteredOut(const std::string& name) {
   return false;
 }
 
-// Sends the entry through a pipeline of its own. The end of its data is not
-// signalled here: every pipeline of the run is finished after the walk.
-bool EntryWalker::extractFile(const std::string& name) {
-  printf("Extracting file Name : %s\n", name.c_str());
-  EXTRACT_LOG(kLogInfo, "Extracting file Name : %s", name.c_str());
+// Sends the entry through a pipeline of its own, unless the run's manifest
+// refuses it. The end of its data is not signalled here: every pipeline of
+// the run is finished after the walk.
+bool EntryWalker::extractFile(const std::string& name, int64_t declaredSize) {
   char filePath[kPathSize];
   FormatPath(filePath, g_dstDirPath, name.c_str());
+  const EntryVerdict verdict =
+      AdmitEntry(name, declaredSize, filePath, m_manifestPath,
+                 m_bManifestParsed ? g_objKALU_Version_TPN : nullptr);
+  if (verdict.status != KALU_NO_ERR) return refuseEntry(name, verdict.status, verdict.reason);
+  printf("Extracting file Name : %s\n", name.c_str());
+  EXTRACT_LOG(kLogInfo, "Extracting file Name : %s", name.c_str());
   bool refused = false;
   HashAndWriteBuffer* file = NewFileBuffer(name, filePath, &refused);
   if (file == nullptr) {
@@ -241,12 +262,24 @@ bool EntryWalker::extractFile(const std::string& name) {
   m_buffer.setHashAndWriteBuffer(file);
   StartFileThreads(file);
   g_vectorOfTHashAndWriteBuffer.push_back(file);
-  return copyEntryData();
+  return copyEntryData(name, verdict.byteLimit);
 }
 
-// The archive reader decompresses straight into the pipeline's chunks.
-bool EntryWalker::copyEntryData() {
+// The walk stops: the entry is not written, and the run fails with `status`.
+bool EntryWalker::refuseEntry(const std::string& name, _KALU_Error status,
+                              const std::string& reason) {
+  printf("Error: entry %s refused: %s\n", name.c_str(), reason.c_str());
+  EXTRACT_LOG(kLogError, "Error: entry %s refused: %s", name.c_str(), reason.c_str());
+  setStatus(status);
+  return true;
+}
+
+// The archive reader decompresses straight into the pipeline's chunks, at
+// most `byteLimit` bytes of them.
+bool EntryWalker::copyEntryData(const std::string& name, uint64_t byteLimit) {
+  uint64_t total = 0;
   for (;;) {
+    if (runStopped()) return true;
     HashAndWriteBuffer* file = m_buffer.hashAndWriteBuffer();
     unsigned char* chunk = file->nextCopy();
     if (chunk == nullptr) return false;  // the source has ended
@@ -261,8 +294,18 @@ bool EntryWalker::copyEntryData() {
       setStatus(PKG_ERR03);
       return true;
     }
+    total += static_cast<uint64_t>(copied);
+    if (total > byteLimit) return refuseEntry(name, SIGN_ERR02, OversizeReason(byteLimit));
     file->copyReady(static_cast<unsigned int>(copied));
   }
+}
+
+// An abort fails the run; a failed write has failed it already (the end of
+// the file pipelines reports it). Either way nothing more is walked. The
+// source reader reports the abort.
+bool EntryWalker::runStopped() {
+  if (run_stop::AbortRequested() && m_buffer.m_eStatus == KALU_NO_ERR) setStatus(PKG_ERR03);
+  return run_stop::Requested();
 }
 
 // The single selected file is done once the manifest has been seen: the
@@ -304,7 +347,12 @@ void ExtractArchive(archive* reader, ReadAndExtractBuffer& buffer) {
   EXTRACT_LOG(kLogInfo, "Waiting for child threads to join");
   bool writeFailed = WaitForChildThreads();
   buffer.setHashAndWriteBuffer(nullptr);
-  if (writeFailed && buffer.m_eStatus == KALU_NO_ERR) buffer.m_eStatus = PKG_ERR03;
+  // An abort during the end of the pipelines cut their files short.
+  bool aborted = run_stop::AbortRequested();
+  if ((writeFailed || aborted) && buffer.m_eStatus == KALU_NO_ERR) buffer.m_eStatus = PKG_ERR03;
+  // An aborted run is over at once: flushing every file system of the
+  // machine can take far longer, for files that are of no use.
+  if (aborted) return;
   platform::SyncAll();
   platform::SyncAll();
 }

@@ -5,7 +5,10 @@
 // source reader, verifies and parses the signed manifest Version.der into
 // Version.inf in the destination directory, and sends every other selected
 // entry through its own HashAndWriteBuffer with a hash thread and a writer
-// thread. At the end of the archive, or at the first fatal problem, it stops
+// thread; once the manifest has been parsed, it writes only entries that the
+// manifest lists with their declared size (extract/entry_admission.h). At the
+// end of the archive, at the first fatal problem, or once the client aborts
+// or a file cannot be written (extract/run_stop.h), it stops
 // taking chunks from the read ring, finishes and joins every per-file
 // pipeline (which records the digests in g_hashResult) and ends. The outcome
 // goes only into the read ring's status; the thread always returns null.

@@ -2,16 +2,34 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include "extract/hash_compare.h"
 #include "extract/run_state_internal.h"
 #include "extract/source_reader.h"
 #include "platform/clock.h"
+#include "platform/file_io.h"
 #include "platform/log.h"
 
 namespace {
 
 const char kErrorReportPath[] = "/tmp/extract_verify_error.txt";
+
+// Clients look for the name of a failing status in the report file. Its path
+// is shared by every user of the machine: a link, FIFO or device planted
+// there is not opened, and the open's failure is reported like any other.
+void WriteErrorReport(const char* name) {
+  int report = platform::OpenReportFile(kErrorReportPath);
+  if (report < 0) {
+    int error = errno;
+    printf("fopen failed: /tmp/extract_verify_error.txt %d", error);
+    EV_LOG_AS("ExtractWithHash", kLogError, "fopen failed: /tmp/extract_verify_error.txt %d ",
+              error);
+    return;
+  }
+  platform::Write(report, name, strlen(name));
+  platform::Close(report);
+}
 
 }  // namespace
 
@@ -41,17 +59,8 @@ _KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
 
   if (status == KALU_NO_ERR) status = compareHashValues();
   if (status != KALU_NO_ERR) {
-    // Clients look for the name of a failing status in the report file.
     const char* name = CKALUStatus::EnumToStr(status);
-    FILE* report = fopen(kErrorReportPath, "w");
-    if (report == nullptr) {
-      int error = errno;
-      printf("fopen failed: /tmp/extract_verify_error.txt %d", error);
-      EV_LOG_ERROR("fopen failed: /tmp/extract_verify_error.txt %d ", error);
-    } else {
-      fprintf(report, "%s", name);
-      fclose(report);
-    }
+    WriteErrorReport(name);
     printf("Error No :  %d / %s\n", status, name);
     EV_LOG_ERROR("Error No :  %d / %s ", status, name);
   }

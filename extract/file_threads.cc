@@ -13,6 +13,7 @@
 #include "extract/ring_pool.h"
 #include "extract/run_state.h"
 #include "extract/run_state_internal.h"
+#include "extract/run_stop.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
@@ -141,6 +142,7 @@ void* writerThread(void* argument) {
       printf("Failed to write content: %d %llu\n", error, total);
       EV_LOG_ERROR("Failed to write content: %d %llu\n", error, total);
       failed = true;
+      run_stop::FileWriteFailed();  // the run is lost: its walk stops
     }
     buffer->readReady(chunk.second);
   }
@@ -174,6 +176,9 @@ bool WaitForChildThreads() {
   for (HashAndWriteBuffer* buffer : g_vectorOfTHashAndWriteBuffer) {
     if (buffer == nullptr) continue;
     buffer->copyFinished();
+    // An aborted run fails whatever its files hold: what is still queued is
+    // dropped instead of being hashed and written.
+    if (run_stop::AbortRequested()) buffer->CancelHashWriteThreads();
     // Without a hash thread nobody would tell the writer that no more is coming.
     if (!buffer->m_bHashThreadStarted) buffer->hashFinished();
     JoinStartedThreads(buffer);

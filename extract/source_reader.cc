@@ -9,6 +9,7 @@
 #include "extract/read_buffer.h"
 #include "extract/run_state.h"
 #include "extract/run_state_internal.h"
+#include "extract/run_stop.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
@@ -62,14 +63,16 @@ void FillChunks(ReadAndExtractBuffer& buffer, ChunkSource& source, _KALU_Error& 
   for (;;) {
     if (buffer.m_eStatus != KALU_NO_ERR) return;
     if (g_isExtractionCompleted) return;
-    if (g_bAbortExecution) {
-      printf("Extraction Interrupted.\n");
-      READER_LOG(kLogInfo, "Extraction Interrupted.");
+    if (run_stop::AbortRequested()) {
+      run_stop::ReportAbort();
       status = PKG_ERR03;
       return;
     }
     unsigned char* chunk = buffer.nextWrite();
-    if (chunk == nullptr) return;  // the extract thread has stopped reading
+    if (chunk == nullptr) {  // the extract thread has stopped reading
+      if (run_stop::AbortRequested()) run_stop::ReportAbort();
+      return;
+    }
     int64_t count = source.read(chunk);
     if (count < 0) {
       printf("Failed to read contents\n");
@@ -127,6 +130,9 @@ void ReadOpenPackage(ReadAndExtractBuffer& buffer, ExtractThreadArgs& args, int 
   printf("Wait extractTid thread to join\n");
   READER_LOG(kLogInfo, "Wait extractTid thread to join");
   platform::JoinThread(extractTid);
+  // The extract thread may have seen an abort after the package was read;
+  // the reader reports it all the same.
+  if (run_stop::AbortSeen()) run_stop::ReportAbort();
   // An early end reaches the result only through what the extract thread
   // made of its truncated input.
   status = buffer.m_eStatus;
@@ -138,6 +144,7 @@ void copyWithHash(_KALU_Error& status) {
   platform::SetCurrentThreadName("USBReadThread");
   EV_LOG_ENTER();
   extract_progress::Begin();
+  run_stop::Begin();
   ReadAndExtractBuffer buffer;
   ExtractThreadArgs args{&buffer, platform::CurrentThreadPriority()};
 

@@ -25,6 +25,7 @@
 #include "extract/source_reader.h"
 #include "extract/hash_write_buffer.h"
 #include "extract/hash_compare.h"
+#include "extract/completeness.h"
 
 #include "extract_verify_export.h"
 

@@ -85,10 +85,32 @@ int OpenReadOnly(const char* path) {
 // through the 64-bit calls.
 int OpenForWriting(const char* path) {
 #if defined(__QNXNTO__)
-  return open64(path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  return open64(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, 0666);
 #else
-  return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  return open(path, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
 #endif
+}
+
+// Opened without truncation and without blocking (a FIFO without a reader
+// would block the open), checked, and only then emptied.
+int OpenReportFile(const char* path) {
+  int fd = open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0666);
+  if (fd < 0) return -1;
+  struct stat status {};
+  int error = 0;
+  if (fstat(fd, &status) != 0) {
+    error = errno;
+  } else if (!S_ISREG(status.st_mode)) {
+    error = EINVAL;
+  } else if (status.st_nlink != 1) {
+    error = EMLINK;
+  } else if (ftruncate(fd, 0) != 0 || fcntl(fd, F_SETFL, 0) != 0) {
+    error = errno;
+  }
+  if (error == 0) return fd;
+  close(fd);
+  errno = error;
+  return -1;
 }
 
 int Close(int fd) { return close(fd); }
@@ -162,6 +184,18 @@ int SetPosition(int fd, uint64_t offset) {
 void SyncAll() { sync(); }
 
 bool IsReadable(const char* path) { return access(path, R_OK) == 0; }
+
+bool IsSymbolicLink(const char* path) {
+  struct stat status {};
+  return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+bool SameFile(const char* first, const char* second) {
+  struct stat a {};
+  struct stat b {};
+  if (stat(first, &a) != 0 || stat(second, &b) != 0) return false;
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
 
 int RemoveFile(const char* path) { return remove(path); }
 

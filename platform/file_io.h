@@ -21,7 +21,14 @@ namespace platform {
 
 int OpenReadOnly(const char* path);
 // Write only, created and truncated, permission bits 0666 less the umask.
+// A symbolic link at `path` is not followed: the open fails (ELOOP).
 int OpenForWriting(const char* path);
+// A report file at a fixed, shared path: write only, created, truncated,
+// 0666 less the umask. Fails without touching anything when `path` is a
+// symbolic link (ELOOP), a FIFO, a device or anything else but a regular
+// file (EINVAL), or a regular file with more than one name (EMLINK): none of
+// them may be emptied and written over on another user's behalf.
+int OpenReportFile(const char* path);
 int Close(int fd);
 
 // Size of the open file in bytes; 0 or -1.
@@ -38,6 +45,10 @@ int SetPosition(int fd, uint64_t offset);
 
 void SyncAll();
 bool IsReadable(const char* path);
+// Whether `path` itself (not what it leads to) is a symbolic link.
+bool IsSymbolicLink(const char* path);
+// Whether both paths exist and lead to one file.
+bool SameFile(const char* first, const char* second);
 int RemoveFile(const char* path);
 
 }  // namespace platform

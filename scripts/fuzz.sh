@@ -13,7 +13,9 @@
 # test suites of this machine read. Each fuzzer therefore runs in a mount
 # namespace of its own with a private /tmp where the system allows it;
 # otherwise the extraction fuzzer holds the test suites' report lock for its
-# whole run, and extraction tests elsewhere wait for it.
+# whole run, and extraction tests elsewhere wait for it. A build directory
+# under /tmp is mounted again at its own path inside the private /tmp, so
+# that the fuzzers and the libraries they load stay where they were.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 seconds=${1:-60}
@@ -23,6 +25,7 @@ EV_SETUP_CLANG=1 "$root/scripts/setup.sh"
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DEV_FUZZ=ON -DEV_WERROR=ON -DEV_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" --target fuzz_targets
+build=$(cd "$build" && pwd)
 
 fuzz=$build/fuzz
 export EV_FUZZ_PKI=$fuzz/pki
@@ -30,12 +33,18 @@ export EV_FUZZ_PKI=$fuzz/pki
 export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
-# Runs "$@" with a private, empty /tmp when the system lets us.
+# The dictionary sits beside the fuzzers, reachable like them.
+cp "$root/fuzz/manifest.dict" "$fuzz/manifest.dict"
+
+# Runs "$@" from BUILD/fuzz with a private, empty /tmp when the system lets
+# us. The working directory, taken before the mount, still reaches the build
+# directory that the mount covers; it is bound back to its own path.
 isolated() {
   if unshare --mount true 2>/dev/null; then
-    unshare --mount --propagation private \
-      sh -c 'mount -t tmpfs -o size=2g ev-fuzz /tmp && exec "$@"' sh "$@"
-  elif [ "$1" = "$fuzz/fuzz_extract" ]; then
+    (cd "$build" && unshare --mount --propagation private sh -c '
+      mount -t tmpfs -o size=2g ev-fuzz /tmp &&
+      mkdir -p "$0" && mount --no-canonicalize --bind . "$0" && cd "$0/fuzz" && exec "$@"' "$build" "$@")
+  elif [[ " $* " == *" ./fuzz_extract "* ]]; then
     echo "fuzz: no private /tmp here; holding the error report lock" >&2
     flock /tmp/extract_verify_error.txt.lock "$@"
   else
@@ -49,9 +58,9 @@ for target in manifest unsign extract; do
   artifacts=$fuzz/artifacts/$target
   mkdir -p "$corpus" "$artifacts" "$fuzz/logs"
   args=(-max_total_time="$seconds" -timeout=20 -print_final_stats=1
-        -artifact_prefix="$artifacts/")
+        -artifact_prefix="artifacts/$target/")
   case $target in
-    manifest) args+=(-max_len=4096 -dict="$root/fuzz/manifest.dict") ;;
+    manifest) args+=(-max_len=4096 -dict=manifest.dict) ;;
     # The pipeline hands over at most 4096 bytes of Version.der.
     unsign) args+=(-max_len=4096) ;;
     # Every extracted file holds a 16 MiB ring until the end of the archive.
@@ -59,8 +68,8 @@ for target in manifest unsign extract; do
   esac
   log=$fuzz/logs/$target.log
   echo "fuzz: $target for ${seconds}s (log: $log)"
-  if isolated nice -n 10 "$fuzz/fuzz_$target" "${args[@]}" "$corpus" "$fuzz/seeds/$target" \
-      >"$log" 2>&1; then
+  if (cd "$fuzz" && isolated nice -n 10 "./fuzz_$target" "${args[@]}" "corpus/$target" \
+      "seeds/$target") >"$log" 2>&1; then
     :
   else
     failed+=("$target")

@@ -87,7 +87,7 @@ bool SetUpParameters(const Pkcs7Check& check, CheckObjects& objects) {
 bool Verify(const Pkcs7Check& check, const Pkcs7CheckCall& call, CheckObjects& objects) {
   // Without an output the signature is still checked; only the content is
   // not written.
-  objects.output.reset(BIO_new_file(call.outputPath.c_str(), "w"));
+  objects.output.reset(NewOutputFile(call.outputPath));
   if (objects.output == nullptr) Tell(check.name, check.noOutput, call.outputPath.c_str());
   if (PKCS7_verify(objects.p7.get(), nullptr, objects.store.get(), nullptr, objects.output.get(),
                    check.verifyFlags) == 1) {

@@ -8,6 +8,7 @@
 #include <openssl/evp.h>
 #include <openssl/x509v3.h>
 
+#include "platform/file_io.h"
 #include "support/openssl_start.h"
 
 namespace verify_internal {
@@ -45,6 +46,14 @@ std::string ErrorText(unsigned long code) {
   char text[256];
   ERR_error_string_n(code, text, sizeof(text));
   return text;
+}
+
+BIO* NewOutputFile(const std::string& path) {
+  int fd = platform::OpenForWriting(path.c_str());
+  if (fd < 0) return nullptr;
+  BIO* bio = BIO_new_fd(fd, BIO_CLOSE);
+  if (bio == nullptr) platform::Close(fd);
+  return bio;
 }
 
 }  // namespace verify_internal

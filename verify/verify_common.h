@@ -48,6 +48,10 @@ ParamSetup ApplySmimeSignParams(X509_STORE* store, X509_VERIFY_PARAM* param,
 // OpenSSL's one-line text for an error code.
 std::string ErrorText(unsigned long code);
 
+// A file BIO writing `path` (created, truncated, 0666 less the umask), or
+// null when it cannot be opened; a symbolic link at `path` is not followed.
+BIO* NewOutputFile(const std::string& path);
+
 }  // namespace verify_internal
 
 #endif  // VERIFY_VERIFY_COMMON_H_

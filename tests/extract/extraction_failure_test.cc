@@ -45,19 +45,34 @@ TEST_F(ExtractionRunTest, MissingSourceFailsBeforeAnyThreadStarts) {
   EXPECT_TRUE(run.Logged(kLogInfo, "ExtractWithHash", "-"));
 }
 
+// The report's path is shared by every user of the machine: a directory
+// there, or a link, FIFO or second name of a file that another user planted,
+// is not written through. The failed open is reported; the status stands.
 TEST_F(ExtractionRunTest, UnwritableErrorReportIsReportedAndKeepsTheStatus) {
-  unlink(kErrorReportPath);
-  ASSERT_EQ(mkdir(kErrorReportPath, 0700), 0);
-  RunResult run;
-  {
-    testsupport::OutputCapture output;
-    run.status = ExtractWithHash(certFile().c_str(), m_dir.file("none").c_str(), m_dest.c_str(),
-                                 nullptr, false);
-    run.output = output.Finish();
+  const std::string victim = m_dir.file("victim");
+  testsupport::WriteFile(victim, "victim");
+  const std::vector<std::pair<std::function<int()>, int>> planted = {
+      {[] { return mkdir(kErrorReportPath, 0700); }, EISDIR},
+      {[&] { return symlink(victim.c_str(), kErrorReportPath); }, ELOOP},
+      {[] { return mkfifo(kErrorReportPath, 0600); }, ENXIO},
+      {[&] { return link(victim.c_str(), kErrorReportPath); }, EMLINK}};
+  for (const auto& plant : planted) {
+    remove(kErrorReportPath);
+    ASSERT_EQ(plant.first(), 0);
+    RunResult run;
+    {
+      testsupport::OutputCapture output;
+      run.status = ExtractWithHash(certFile().c_str(), m_dir.file("none").c_str(),
+                                   m_dest.c_str(), nullptr, false);
+      run.output = output.Finish();
+    }
+    remove(kErrorReportPath);
+    EXPECT_EQ(run.status, PKG_ERR03);
+    EXPECT_TRUE(run.Printed("fopen failed: /tmp/extract_verify_error.txt " +
+                            std::to_string(plant.second) + "Error No :  38 / "))
+        << plant.second;
+    EXPECT_EQ(ReadFile(victim), "victim");
   }
-  rmdir(kErrorReportPath);
-  EXPECT_EQ(run.status, PKG_ERR03);
-  EXPECT_TRUE(run.Printed("fopen failed: /tmp/extract_verify_error.txt 21Error No :  38 / "));
 }
 
 // The archive reader refuses the package when it opens it; a large one is
@@ -91,8 +106,9 @@ TEST_F(ExtractionRunTest, ComparisonReportsOnlyTheFirstFailingFile) {
   PackageOptions missingAndWrong;
   missingAndWrong.leftOutOfManifest = {"b"};
   missingAndWrong.hashOverrides = {{"c", std::string(64, '0')}};
-  auto package = Build({SignedManifest(), Entry::File("c", "c\n"), Entry::File("b", "b\n"),
-                        Entry::File("a", "a\n")},
+  // The manifest comes last: the files are judged by their digests alone.
+  auto package = Build({Entry::File("c", "c\n"), Entry::File("b", "b\n"),
+                        Entry::File("a", "a\n"), SignedManifest()},
                        missingAndWrong);
   RunResult run = Run(package.path);
   EXPECT_EQ(run.status, SIGN_ERR02);
@@ -214,6 +230,12 @@ TEST_F(ExtractionRunTest, RunsThatStopBeforeTheEndEndWithTheStatusOfTheirCase) {
                        "HashValues are Same - [File Name] a \n"};
   c->notPrinted = {"Extracting file Name : large"};
   c->absent = {"file..txt"};
+  // ... but the package was not written whole, which the client can ask.
+  c->more = [] {
+    testsupport::OutputCapture output;
+    EXPECT_EQ(CheckExtractionCompleteness(), SIGN_ERR02);
+    EXPECT_EQ(output.Finish(), "!!!! File Not Extracted - [File Name] file..txt \n");
+  };
 
   c = &add("single file after the manifest",
            {SignedManifest(), a, Entry::File("b", "b\n"), LargeEntry("large")}, KALU_NO_ERR);
@@ -226,6 +248,7 @@ TEST_F(ExtractionRunTest, RunsThatStopBeforeTheEndEndWithTheStatusOfTheirCase) {
   c->more = [] {
     EXPECT_EQ(g_isExtractionCompleted.load(), 1);
     EXPECT_EQ(g_hashResult.size(), 1u);
+    EXPECT_EQ(CheckExtractionCompleteness(), KALU_NO_ERR);
   };
 
   // Bytes after the end of the archive are not waited for.

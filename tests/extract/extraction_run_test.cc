@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 
+#include "extract/completeness.h"
 #include "extract/run_state.h"
 #include "platform/log.h"
 #include "tests/extract/run_fixture.h"
@@ -55,14 +56,16 @@ TEST_F(ExtractionRunTest, EachExtractionTypeWritesItsFilesAndRunsStartFromTheSam
   EXPECT_TRUE(CheckParticularFileExtraction());
 
   // A full run after a selective one and an abort requested between runs,
-  // which has no effect on the next run.
+  // which has no effect on the next run. Only the exact name Version.der is
+  // the signed manifest: the names that merely contain it are plain files.
   AbortExtraction();
   ClearDestination();
   mkdir(Out("dir").c_str(), 0755);
   mkdir(Out("x").c_str(), 0755);
   std::vector<Entry> entries = {Entry::File("a.txt", "alpha\n"), SignedManifest(),
                                 Entry::Generated("dir/b.bin", 70000, 2),
-                                Entry::Generated("x/Version.der", 300, 3)};
+                                Entry::Generated("x/Version.der", 300, 3),
+                                Entry::File("Version.der.bak", "b"), Entry::File("Version.derx", "x")};
   auto package = Build(entries);
 
   run = Run(package.path);
@@ -104,14 +107,14 @@ TEST_F(ExtractionRunTest, EachExtractionTypeWritesItsFilesAndRunsStartFromTheSam
   EXPECT_EQ(g_bAbortExecution.load(), 0);
   EXPECT_EQ(g_isExtractionCompleted.load(), 0);
   EXPECT_TRUE(g_vectorOfTHashAndWriteBuffer.empty());
-  ASSERT_EQ(g_hashResult.size(), 3u);
+  ASSERT_EQ(g_hashResult.size(), 5u);
   EXPECT_EQ(g_hashResult["dir/b.bin"], package::Sha256Hex(EntryData(entries[2])));
   ASSERT_NE(g_objKALU_Version_TPN, nullptr);
-  EXPECT_EQ(g_objKALU_Version_TPN->m_nFileCount, 3);  // a fresh object, parsed once
+  EXPECT_EQ(g_objKALU_Version_TPN->m_nFileCount, 5);  // a fresh object, parsed once
   EXPECT_EQ(g_objKALU_Version_TPN->m_strPartNumber, "TP-4711");
   uint32_t filesFinished = 0;
   EXPECT_EQ(GetExtractionStage(&filesFinished), EXTRACTION_STAGE_DONE);
-  EXPECT_EQ(filesFinished, 3u);
+  EXPECT_EQ(filesFinished, 5u);
 }
 
 // A package read to its end while Version.der still waits for its
@@ -165,19 +168,21 @@ TEST_F(ExtractionRunTest, EmptyButPresentNameSelectsByNameAndMatchesNoEntry) {
   EXPECT_TRUE(single.Printed("Skipped File : b  from Extraction\n"));
   EXPECT_FALSE(FileExists(Out("a")));
   EXPECT_FALSE(CheckParticularFileExtraction());
+  EXPECT_EQ(CheckExtractionCompleteness(), SIGN_ERR02);  // the file asked for is not there
 
   RunResult exclude = Run(package.path, "", true);
   EXPECT_EQ(exclude.status, KALU_NO_ERR);
   EXPECT_TRUE(exclude.Printed("Extraction Type: 3\n"));
   EXPECT_FALSE(exclude.Printed("Excluded File"));
   EXPECT_EQ(ReadFile(Out("b")), "b\n");
+  EXPECT_EQ(CheckExtractionCompleteness(), KALU_NO_ERR);
 }
 
 // The file on disk holds the second entry's data, or a mix of both, so the
 // run fails although the first digest, which is kept, matches.
 TEST_F(ExtractionRunTest, TwoEntriesOfOneNameKeepTheFirstDigestAndFailTheRun) {
   auto package = Build({SignedManifest(), Entry::File("dup", "first\n"),
-                        Entry::File("dup", "second, longer\n")});
+                        Entry::File("dup", "other\n")});
 
   RunResult run = Run(package.path);
 

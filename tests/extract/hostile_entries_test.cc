@@ -5,6 +5,8 @@
 // nothing outside the destination and create nothing but plain files.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "extract/run_state.h"
@@ -65,22 +67,23 @@ TEST_F(HostileEntryTest, NameLongerThanThePathBufferIsCutAndStaysInTheDestinatio
 
   RunResult run = BoundedRun(package.path);
 
-  // The path "<destination>/<name>" is cut to 255 bytes; the digest is still
-  // recorded under the whole name, which the manifest lists.
+  // The path "<destination>/<name>" is cut to 254 characters; the digest is
+  // still recorded under the whole name, which the manifest lists.
   EXPECT_EQ(run.status, KALU_NO_ERR);
-  const std::string cut = (m_dest + "/" + name).substr(0, 255);
+  const std::string cut = (m_dest + "/" + name).substr(0, 254);
   EXPECT_EQ(ReadFile(cut), "long\n");
   ExpectSafeOutcome(run, {{cut.substr(m_dest.size() + 1), package::Sha256Hex("long\n")}},
                     package.manifestText, "long name");
 
-  // An unsigned long name is written the same way and then refused.
+  // After the manifest, an unsigned long name is refused before it is written.
   PackageOptions unsigned_;
   unsigned_.leftOutOfManifest = {name};
   package = Build(entries, unsigned_);
   ClearDestination();
   run = BoundedRun(package.path);
   EXPECT_EQ(run.status, SIGN_ERR02);
-  EXPECT_TRUE(run.Printed("!!!! File Not Found in Version.inf - [File Name] " + name + " \n"));
+  EXPECT_TRUE(run.Printed("Error: entry " + name + " refused: not listed in the signed manifest\n"));
+  EXPECT_FALSE(FileExists(cut));
   ExpectSafeOutcome(run, {}, package.manifestText, "unsigned long name");
 }
 
@@ -117,20 +120,31 @@ TEST_F(HostileEntryTest, EntriesWithoutDataEndTheRunAndNoneIsCreated) {
   }
 }
 
-TEST_F(HostileEntryTest, DeclaredSizeBeyondThePackageFailsAtTheEndOfInput) {
-  std::vector<Entry> entries = {SignedManifest(), Entry::File("a", "a\n"),
-                                Entry::Generated("big", 70000, 3), Entry::File("c", "c\n")};
-  auto package = BuildEdited(entries, [](std::string* tar) {
-    ASSERT_TRUE(package::PatchTarEntrySize(tar, "big", (uint64_t{1} << 33) - 1));
-  });
+// After the manifest, a size other than the signed one is refused before a
+// byte is written; before it, everything after the header is taken as the
+// file's data, up to the end.
+TEST_F(HostileEntryTest, DeclaredSizeBeyondThePackageIsRefusedOrFailsAtTheEndOfInput) {
+  const Entry big = Entry::Generated("big", 70000, 3);
+  const std::vector<std::vector<Entry>> layouts = {
+      {SignedManifest(), Entry::File("a", "a\n"), big, Entry::File("c", "c\n")},
+      {Entry::File("a", "a\n"), big, Entry::File("c", "c\n"), SignedManifest()}};
+  for (const std::vector<Entry>& entries : layouts) {
+    const bool manifestFirst = entries[0].name == "Version.der";
+    auto package = BuildEdited(entries, [](std::string* tar) {
+      ASSERT_TRUE(package::PatchTarEntrySize(tar, "big", (uint64_t{1} << 33) - 1));
+    });
+    ClearDestination();
 
-  RunResult run = BoundedRun(package.path);
+    RunResult run = BoundedRun(package.path);
 
-  // Everything after the header is taken as the file's data, up to the end.
-  EXPECT_EQ(run.status, PKG_ERR03);
-  EXPECT_TRUE(run.Printed("Problem extracting file\n"));
-  EXPECT_FALSE(FileExists(Out("c")));
-  ExpectSafeOutcome(run, {}, package.manifestText, "huge declared size");
+    EXPECT_EQ(run.status, manifestFirst ? SIGN_ERR02 : PKG_ERR03);
+    EXPECT_TRUE(run.Printed(manifestFirst ? "Error: entry big refused: declared size 8589934591 "
+                                            "differs from the signed size 70000\n"
+                                          : "Problem extracting file\n"));
+    EXPECT_EQ(FileExists(Out("big")), !manifestFirst);
+    EXPECT_FALSE(FileExists(Out("c")));
+    ExpectSafeOutcome(run, {}, package.manifestText, "huge declared size");
+  }
 }
 
 // A second gzip member after the package is decompressed as part of the same
@@ -170,9 +184,9 @@ TEST_F(HostileEntryTest, SecondEntryOfANameWithOtherDataFailsTheRun) {
                                 Entry::File("b", "b\n")};
   PackageOptions signedList;
   signedList.manifestText = Build(entries).manifestText;
-  // An entry added after the signed one, over the same path.
+  // An entry added after the signed one, over the same path, of the same size.
   std::vector<Entry> withSecond = entries;
-  withSecond.push_back(Entry::Generated("a", 90000, 2));
+  withSecond.push_back(Entry::Generated("a", 100000, 2));
   auto package = Build(withSecond, signedList);
 
   RunResult run = BoundedRun(package.path);
@@ -189,18 +203,49 @@ TEST_F(HostileEntryTest, SecondEntryOfANameWithOtherDataFailsTheRun) {
   ExpectSafeOutcome(run, ManifestDigests(entries), package.manifestText, "same entry twice");
 }
 
-TEST_F(HostileEntryTest, EntryNamedLikeTheManifestFileIsNotInTheManifest) {
-  std::vector<Entry> entries = {SignedManifest(), Entry::File("a", "a\n"),
-                                Entry::File("Version.inf", "File1=a\n")};
-  PackageOptions options;
-  options.leftOutOfManifest = {"Version.inf"};
-  auto package = Build(entries, options);
+// A link that someone placed in the destination before the run is not
+// written through: a file then fails to be written, as when its directory is
+// missing, and Version.inf is made anew in the link's place.
+TEST_F(HostileEntryTest, LinksAlreadyInTheDestinationAreNotFollowed) {
+  const std::string victim = m_sentinel + "/victim";
+  auto package = Build({SignedManifest(), Entry::File("a", "a\n"), Entry::File("b.txt", "b\n")});
+  for (const std::string link : {"b.txt", "Version.inf"}) {
+    ClearDestination();
+    WriteFile(victim, "victim\n");
+    ASSERT_EQ(symlink("../sentinel/victim", Out(link).c_str()), 0);
 
-  RunResult run = BoundedRun(package.path);
+    RunResult run = BoundedRun(package.path);
 
-  EXPECT_EQ(run.status, SIGN_ERR02);
-  EXPECT_TRUE(run.Printed("!!!! File Not Found in Version.inf - [File Name] Version.inf \n"));
-  ExpectSafeOutcome(run, {}, package.manifestText, "Version.inf entry");
+    EXPECT_EQ(ReadFile(victim), "victim\n") << link;
+    if (link == "b.txt") {
+      EXPECT_EQ(run.status, PKG_ERR03);
+      EXPECT_TRUE(run.Printed("Failed to write content: " + std::to_string(EBADF) + " 0\n"));
+    } else {
+      EXPECT_EQ(run.status, KALU_NO_ERR);
+      EXPECT_EQ(ReadFile(Out(link)), package.manifestText);
+    }
+    remove(victim.c_str());
+  }
+}
+
+// The verified manifest on disk is never replaced, even by a signed entry.
+TEST_F(HostileEntryTest, EntryOverTheVerifiedManifestFileIsRefused) {
+  for (const std::string name : {"Version.inf", "./Version.inf"}) {
+    std::vector<Entry> entries = {SignedManifest(), Entry::File("a", "a\n"),
+                                  Entry::File(name, "File1=a\n")};
+    PackageOptions options;
+    if (name[0] == '.') options.leftOutOfManifest = {name};
+    auto package = Build(entries, options);
+    ClearDestination();
+
+    RunResult run = BoundedRun(package.path);
+
+    EXPECT_EQ(run.status, PKG_ERR03) << name;
+    EXPECT_TRUE(run.Printed("Error: entry " + name +
+                            " refused: its path is that of the verified manifest\n"));
+    EXPECT_EQ(ReadFile(Out("Version.inf")), package.manifestText) << name;
+    ExpectSafeOutcome(run, {}, package.manifestText, name);
+  }
 }
 
 // A package carries one signed manifest. A second one, signed by the same

@@ -100,6 +100,57 @@ TEST_F(FaultTest, SourceFailingPartWayFailsTheRunWithAPackageError) {
   }
 }
 
+// A package of a few hundred bytes whose GNU sparse entry inflates to 1 TiB
+// of zeros. After the manifest its size is refused before a byte is written;
+// before it, the walk stops once the destination is full, or at once when an
+// abort comes after the whole package has been read.
+TEST_F(FaultTest, SparseEntryOfATebibyteIsRefusedOrStopsSoon) {
+  const uint64_t tebibyte = uint64_t{1} << 40;
+  struct Case {
+    bool manifestFirst, abort;
+    _KALU_Error status;
+    std::string printed;
+  } cases[] = {
+      {true, false, SIGN_ERR02,
+       "Error: entry bomb refused: declared size 1099511627776 differs from the signed size "
+       "512\n"},
+      {false, false, PKG_ERR03, "Failed to write content: " + std::to_string(EFBIG) + " "},
+      {false, true, PKG_ERR03, "Extraction Interrupted.\n"}};
+  for (const Case& c : cases) {
+    const Entry bomb = Entry::File("bomb", std::string(512, 'z'));
+    std::vector<Entry> entries = {bomb, SignedManifest()};
+    if (c.manifestFirst) std::swap(entries[0], entries[1]);
+    auto package = Build(entries);
+    std::string tar = Gunzip(testsupport::ReadFile(package.path));
+    ASSERT_TRUE(package::MakeTarEntrySparse(&tar, "bomb", tebibyte));
+    testsupport::WriteFile(package.path, package::GzipCompress(tar));
+    ClearDestination();
+    std::chrono::steady_clock::time_point aborted;
+    RunResult run;
+    {
+      FileSizeLimit full(c.abort ? uint64_t{256} << 20 : uint64_t{1} << 20);
+      run = BoundedRun(package.path, nullptr, false, [&] {
+        uint64_t read = 0, size = 0;
+        while (c.abort && !(GetExtractionProgress(&read, &size) && read == size &&
+                            testsupport::FileExists(Out("bomb")))) {
+          std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        aborted = std::chrono::steady_clock::now();
+        if (c.abort) AbortExtraction();
+      }, std::chrono::seconds(20));
+    }
+    const std::string context = c.printed;
+    EXPECT_EQ(run.status, c.status) << context;
+    EXPECT_TRUE(run.Printed(c.printed)) << context;
+    if (c.abort) {
+      EXPECT_LT(std::chrono::steady_clock::now() - aborted, std::chrono::seconds(1));
+      EXPECT_FALSE(run.Printed("Failed to write content"));
+    }
+    EXPECT_EQ(testsupport::FileExists(Out("bomb")), !c.manifestFirst) << context;
+    ExpectSafeOutcome(run, {}, package.manifestText, context);
+  }
+}
+
 // A directory opens like a file but fails its first read.
 TEST_F(FaultTest, SourceThatIsADirectoryFailsItsFirstRead) {
   RunResult run = BoundedRun(m_sentinel);

@@ -62,8 +62,8 @@ int ExitStatus(int waitStatus) { return WIFEXITED(waitStatus) ? WEXITSTATUS(wait
 }  // namespace
 
 ToolTest::ToolTest()
-    : m_root(pki::MakeRootCa("Tool Test Root",
-                             {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)})),
+    : m_root(
+          pki::MakeRootCa("Tool Test Root", {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)})),
       m_signer(pki::MakeSigner("Tool Test Signer",
                                {pki::UtcTime(2022, 3, 1, 12), pki::UtcTime(2039, 1, 1)}, m_root)),
       m_trust(Path("trust.pem")),
@@ -76,7 +76,7 @@ ToolTest::ToolTest()
 }
 
 ToolRun ToolTest::Run(const std::vector<std::string>& args, const std::vector<std::string>& env,
-                     const std::function<void(pid_t)>& whileRunning) {
+                      const std::function<void(pid_t)>& whileRunning) {
   const std::string outPath = Path("tool.out");
   const std::string errPath = Path("tool.err");
   pid_t pid = Spawn(args, env, outPath, errPath);
@@ -99,8 +99,8 @@ std::string ToolTest::Input(const std::string& name, const std::string& contents
 
 void ToolTest::Pack(const std::string& package, const std::vector<std::string>& files,
                     const std::vector<std::string>& settings) {
-  std::vector<std::string> args = {"pack", "--key", m_signerKey, "--cert", m_signerCert,
-                                   "--out", package};
+  std::vector<std::string> args = {"pack",       "--key", m_signerKey, "--cert",
+                                   m_signerCert, "--out", package};
   for (const std::string& setting : settings) {
     args.push_back("--set");
     args.push_back(setting);

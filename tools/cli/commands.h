@@ -9,7 +9,6 @@
 #define TOOLS_CLI_COMMANDS_H_
 
 #include <CLI/CLI.hpp>
-
 #include <functional>
 
 namespace cli {

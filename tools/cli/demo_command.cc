@@ -131,17 +131,17 @@ int RunDemo(const Options& options) {
   }
   printf("  wrote %zu sample files into %s\n", files.size(), input.c_str());
 
-  const package::ManifestHeader header = {
-      {"Torvan Part Number", "DEMO-0001"}, {"Version Number", "1.0.0"}, {"Type", "Full"},
-      {"Start Date", UtcDate(now)},        {"End Date", UtcDate(now + 365 * kDay)}};
+  const package::ManifestHeader header = {{"Torvan Part Number", "DEMO-0001"},
+                                          {"Version Number", "1.0.0"},
+                                          {"Type", "Full"},
+                                          {"Start Date", UtcDate(now)},
+                                          {"End Date", UtcDate(now + 365 * kDay)}};
   PackResult packed = BuildPackage(header, files, packagePath, signer);
-  printf("  packed and signed them into %s (%s, Version.der of %zu bytes)\n",
-         packagePath.c_str(), HumanSize(packed.packageBytes).c_str(),
-         packed.signedManifestBytes);
+  printf("  packed and signed them into %s (%s, Version.der of %zu bytes)\n", packagePath.c_str(),
+         HumanSize(packed.packageBytes).c_str(), packed.signedManifestBytes);
 
   fs::create_directories(extracted);
-  printf("  extracting into %s (signature checked in %s)\n\n", extracted.c_str(),
-         zone.c_str());
+  printf("  extracting into %s (signature checked in %s)\n\n", extracted.c_str(), zone.c_str());
   ExtractionRequest request;
   request.certificate = trust;
   request.package = packagePath;
@@ -157,11 +157,12 @@ int RunDemo(const Options& options) {
   }
   printf("Result: %s: %s\n", StatusName(status).c_str(), StatusMeaning(status));
   PrintExtractedFiles(extracted);
-  printf("\nThe keys were never written to disk. Try the package yourself:\n"
-         "  %s inspect --cert %s %s\n"
-         "  %s extract --cert %s %s DEST\n",
-         g_invokedAs, trust.c_str(), packagePath.c_str(), g_invokedAs, trust.c_str(),
-         packagePath.c_str());
+  printf(
+      "\nThe keys were never written to disk. Try the package yourself:\n"
+      "  %s inspect --cert %s %s\n"
+      "  %s extract --cert %s %s DEST\n",
+      g_invokedAs, trust.c_str(), packagePath.c_str(), g_invokedAs, trust.c_str(),
+      packagePath.c_str());
   if (temporary) printf("Remove it all with: rm -r %s\n", dir.c_str());
   return kExitSuccess;
 }
@@ -175,8 +176,9 @@ Command AddDemoCommand(CLI::App& tool) {
   command->footer(kFooter);
   command->add_flag("--quiet", options->quiet,
                     "hide the lines that the library prints on standard output");
-  command->add_option("--dir", options->dir,
-                      "work in DIR (made when missing) instead of a new temporary directory")
+  command
+      ->add_option("--dir", options->dir,
+                   "work in DIR (made when missing) instead of a new temporary directory")
       ->type_name("DIR");
   AddLocalTimeFlag(command, &options->localTime);
   return {command, [options] { return RunDemo(*options); }};

@@ -16,6 +16,7 @@
 #include "tools/cli/extract_outcome.h"
 #include "tools/cli/input_checks.h"
 #include "tools/cli/options.h"
+#include "tools/cli/package_check.h"
 #include "tools/cli/run_extraction.h"
 #include "tools/cli/signature_check.h"
 #include "tools/cli/status_text.h"
@@ -60,14 +61,34 @@ void MakeDestination(const std::string& path) {
 }
 
 // The one sentence that says why the run failed, beyond its status.
-std::string FailureReason(const Options& options, _KALU_Error status) {
-  if (status == SIGN_ERR02) return FirstMismatch();
+// The first entry of the package that differs from the run's verified
+// manifest: what a digest failure is about when the run refused the entry
+// before writing it.
+std::string FirstDifferingEntry(const std::string& package) {
+  if (g_objKALU_Version_TPN == nullptr) return "";
+  const PackageFindings findings =
+      CheckAgainstManifest(ScanArchive(package), g_objKALU_Version_TPN->m_vecFileInfo);
+  if (!findings.notInManifest.empty()) {
+    return findings.notInManifest.front() + ": not listed in the signed manifest";
+  }
+  return findings.mismatched.empty() ? "" : findings.mismatched.front();
+}
+
+std::string ExplainStatus(const ExtractionRequest& request, _KALU_Error status) {
+  if (status == SIGN_ERR02) {
+    const std::string written = FirstMismatch();
+    return written.empty() ? FirstDifferingEntry(request.package) : written;
+  }
   if (status != SIGN_ERR01) return "";
+  ArchiveScan scan = ScanArchive(request.package, true);
+  if (scan.signedManifestPieces.empty()) return "";
+  return ExplainSignatureFailure(scan.signedManifestPieces.front(), request.certificate);
+}
+
+// The one sentence that says why the run failed, beyond its status.
+std::string FailureReason(const ExtractionRequest& request, _KALU_Error status) {
   try {
-    ArchiveScan scan = ScanArchive(options.request.package, true);
-    if (scan.signedManifestPieces.empty()) return "";
-    return ExplainSignatureFailure(scan.signedManifestPieces.front(),
-                                   options.request.certificate);
+    return ExplainStatus(request, status);
   } catch (const std::exception&) {
     return "";  // the run's status says what the package's state is
   }
@@ -83,9 +104,11 @@ void PrintReport(const Json& report, bool json) {
   }
   if (result == "OK") {
     if (json) return;
-    printf("%s: %zu file(s) extracted into %s and checked against the signed manifest "
-           "(signature checked in %s)\n", kToolName, report["files"].size(), destination.c_str(),
-           report["timeZone"].get<std::string>().c_str());
+    printf(
+        "%s: %zu file(s) extracted into %s and checked against the signed manifest "
+        "(signature checked in %s)\n",
+        kToolName, report["files"].size(), destination.c_str(),
+        report["timeZone"].get<std::string>().c_str());
     return;
   }
   if (report.contains("error")) {
@@ -116,9 +139,12 @@ std::vector<std::string> UnverifiedFiles(const DirectorySnapshot& before,
 // The run's findings; "result" is OK, FAILED or INTERRUPTED.
 Json Examine(const Options& options, _KALU_Error status, const DirectorySnapshot& before) {
   const ExtractionRequest& request = options.request;
-  Json report = {{"package", request.package}, {"destination", request.destination},
-                 {"timeZone", ""}, {"status", CKALUStatus::EnumToStr(status)},
-                 {"code", static_cast<int>(status)}, {"files", WrittenFiles()},
+  Json report = {{"package", request.package},
+                 {"destination", request.destination},
+                 {"timeZone", ""},
+                 {"status", CKALUStatus::EnumToStr(status)},
+                 {"code", static_cast<int>(status)},
+                 {"files", WrittenFiles()},
                  {"warnings", Json::array()}};
   bool failed = status != KALU_NO_ERR;
   if (!failed && request.selectsFile && !request.exclude &&
@@ -135,11 +161,11 @@ Json Examine(const Options& options, _KALU_Error status, const DirectorySnapshot
     failed = report.contains("error");
   }
   if (failed) {
-    const std::string reason = FailureReason(options, status);
+    const std::string reason = FailureReason(request, status);
     if (!reason.empty()) report["reason"] = reason;
   }
-  report["unverifiedLeft"] = failed ? UnverifiedFiles(before, request.destination)
-                                    : std::vector<std::string>();
+  report["unverifiedLeft"] =
+      failed ? UnverifiedFiles(before, request.destination) : std::vector<std::string>();
   report["result"] = ExtractionWasInterrupted() ? "INTERRUPTED" : failed ? "FAILED" : "OK";
   return report;
 }
@@ -178,13 +204,12 @@ Command AddExtractCommand(CLI::App& tool) {
   CLI::App* command =
       tool.add_subcommand("extract", "unpack a package, verifying it as the head unit does");
   command->footer(kFooter);
-  command->add_option("--cert", options->request.certificate,
-                      "PEM file of the trusted certificates")
+  command
+      ->add_option("--cert", options->request.certificate, "PEM file of the trusted certificates")
       ->required()
       ->type_name("CERT");
-  CLI::Option* only =
-      command->add_option("--only", options->only, "extract only the entry NAME")
-          ->type_name("NAME");
+  CLI::Option* only = command->add_option("--only", options->only, "extract only the entry NAME")
+                          ->type_name("NAME");
   command->add_option("--exclude", options->exclude, "extract every entry but NAME")
       ->type_name("NAME")
       ->excludes(only);
@@ -195,8 +220,9 @@ Command AddExtractCommand(CLI::App& tool) {
   CLI::Option* strict =
       command->add_flag("--strict", options->strict,
                         "fail when the run did not write a file that the manifest lists");
-  command->add_flag("--allow-incomplete", options->allowIncomplete,
-                    "do not check that the run wrote every file that the manifest lists")
+  command
+      ->add_flag("--allow-incomplete", options->allowIncomplete,
+                 "do not check that the run wrote every file that the manifest lists")
       ->excludes(strict);
   AddLocalTimeFlag(command, &options->localTime);
   AddVerboseFlag(command);

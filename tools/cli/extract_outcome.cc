@@ -78,8 +78,10 @@ std::string FirstMismatch() {
     const _stVersionInfFileInfo* listed = Listed(result.first);
     if (listed == nullptr) return result.first + ": not listed in the signed manifest";
     if (strcasecmp(listed->strHashValue.c_str(), result.second.c_str()) != 0) {
-      return result.first + ": its SHA-256 " + result.second + " differs from the signed "
-             "manifest's " + listed->strHashValue;
+      return result.first + ": its SHA-256 " + result.second +
+             " differs from the signed "
+             "manifest's " +
+             listed->strHashValue;
     }
   }
   return "";

@@ -47,7 +47,8 @@ std::string PassPhrase(const std::string& source) {
     }
     return value;
   }
-  throw InputError("--pass " + source + " names no pass phrase source (use file:PATH or "
+  throw InputError("--pass " + source +
+                   " names no pass phrase source (use file:PATH or "
                    "env:NAME)");
 }
 
@@ -64,14 +65,16 @@ pki::Key ReadPrivateKey(const std::string& path, const std::string& passSource) 
   const std::string text = ReadWholeFile(path);
   if (!Contains(text, "PRIVATE KEY-----")) {
     if (Contains(text, "CERTIFICATE-----")) {
-      throw InputError(path + " holds a certificate, not a private key (give the signer's "
+      throw InputError(path +
+                       " holds a certificate, not a private key (give the signer's "
                        "key with --key and its certificate with --cert)");
     }
     throw InputError(path + " holds no PEM private key");
   }
   const bool encrypted = Contains(text, "ENCRYPTED");
   if (encrypted && passSource.empty()) {
-    throw InputError("the key in " + path + " is encrypted; give its pass phrase with --pass "
+    throw InputError("the key in " + path +
+                     " is encrypted; give its pass phrase with --pass "
                      "file:PATH or --pass env:NAME");
   }
   std::string pass = encrypted ? PassPhrase(passSource) : std::string();
@@ -91,14 +94,13 @@ pki::Key ReadPrivateKey(const std::string& path, const std::string& passSource) 
 void CheckReadableFile(const std::string& path, const char* role) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
-  if (error) throw InputError("cannot read the " + std::string(role) + " " + path + ": " +
-                              error.message());
+  if (error)
+    throw InputError("cannot read the " + std::string(role) + " " + path + ": " + error.message());
   if (fs::is_directory(status)) {
     throw InputError("the " + std::string(role) + " " + path + " is a directory");
   }
   if (access(path.c_str(), R_OK) != 0) {
-    throw InputError("cannot read the " + std::string(role) + " " + path + ": " +
-                     strerror(errno));
+    throw InputError("cannot read the " + std::string(role) + " " + path + ": " + strerror(errno));
   }
 }
 
@@ -119,8 +121,11 @@ pki::Identity LoadSigner(const std::string& certPath, const std::string& keyPath
   signer.key = ReadPrivateKey(keyPath, passSource);
   signer.cert = std::move(pki::ReadCertificatesPem(certPath).front());
   if (X509_check_private_key(signer.cert.get(), signer.key.get()) != 1) {
-    throw InputError("the key in " + keyPath + " does not belong to the first certificate "
-                     "of " + certPath, TakeOpenSslErrors());
+    throw InputError("the key in " + keyPath +
+                         " does not belong to the first certificate "
+                         "of " +
+                         certPath,
+                     TakeOpenSslErrors());
   }
   return signer;
 }

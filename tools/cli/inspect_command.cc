@@ -55,35 +55,45 @@ Json HeaderJson(const EV_Version_TPN& manifest) {
           {"Save Location", manifest.m_strSaveLocation}};
 }
 
-// The whole report; the text output is printed from it as well, so that
-// both say the same.
-Json Report(const Options& options, const std::string& zone, const ArchiveScan& scan,
-            const Verification* verification, const PackageFindings& findings) {
-  Json report = {{"package", options.package}, {"timeZone", zone}};
+Json SignatureJson(const ArchiveScan& scan, const Verification* verification) {
   Json signature = {{"verified", verification && verification->signatureVerified}};
   if (!scan.signedManifestPieces.empty()) {
     SignerDescription signer = DescribeSigner(scan.signedManifestPieces.front());
     if (signer.found) {
-      signature["signer"] = {{"subject", signer.subject}, {"issuer", signer.issuer},
-                             {"notBefore", signer.notBefore}, {"notAfter", signer.notAfter}};
+      signature["signer"] = {{"subject", signer.subject},
+                             {"issuer", signer.issuer},
+                             {"notBefore", signer.notBefore},
+                             {"notAfter", signer.notAfter}};
     }
   }
-  if (verification) {
-    signature["status"] = CKALUStatus::EnumToStr(verification->status);
-    signature["code"] = static_cast<int>(verification->status);
-    if (!verification->reason.empty()) signature["reason"] = verification->reason;
-  } else {
+  if (verification == nullptr) {
     signature["reason"] = "the package has no Version.der entry";
+    return signature;
   }
-  report["signature"] = signature;
-  if (verification && verification->status == KALU_NO_ERR) {
-    Json files = Json::array();
-    for (const _stVersionInfFileInfo& file : verification->manifest.m_vecFileInfo) {
-      files.push_back({{"name", file.strFileName}, {"size", file.ullFileSize},
-                       {"sha256", file.strHashValue}});
-    }
-    report["manifest"] = {{"header", HeaderJson(verification->manifest)}, {"files", files}};
+  signature["status"] = CKALUStatus::EnumToStr(verification->status);
+  signature["code"] = static_cast<int>(verification->status);
+  if (!verification->reason.empty()) signature["reason"] = verification->reason;
+  return signature;
+}
+
+Json ManifestJson(const EV_Version_TPN& manifest) {
+  Json files = Json::array();
+  for (const _stVersionInfFileInfo& file : manifest.m_vecFileInfo) {
+    files.push_back(
+        {{"name", file.strFileName}, {"size", file.ullFileSize}, {"sha256", file.strHashValue}});
   }
+  return {{"header", HeaderJson(manifest)}, {"files", files}};
+}
+
+// The whole report; the text output is printed from it as well, so that
+// both say the same.
+Json Report(const Options& options, const std::string& zone, const ArchiveScan& scan,
+            const Verification* verification, const PackageFindings& findings) {
+  const bool manifestGood = verification && verification->status == KALU_NO_ERR;
+  Json report = {{"package", options.package},
+                 {"timeZone", zone},
+                 {"signature", SignatureJson(scan, verification)}};
+  if (manifestGood) report["manifest"] = ManifestJson(verification->manifest);
   Json entries = Json::array();
   for (const ScannedEntry& entry : scan.entries) {
     entries.push_back({{"name", entry.name}, {"size", entry.bytes}, {"sha256", entry.sha256}});
@@ -93,54 +103,56 @@ Json Report(const Options& options, const std::string& zone, const ArchiveScan& 
   report["notInManifest"] = findings.notInManifest;
   report["mismatched"] = findings.mismatched;
   report["missingFromArchive"] = findings.missing;
-  const bool good = verification && verification->status == KALU_NO_ERR && findings.clean();
-  report["result"] = good ? "OK" : "FAILED";
+  report["result"] = manifestGood && findings.clean() ? "OK" : "FAILED";
   return report;
 }
 
 void PrintList(const char* title, const Json& items) {
   printf("%s:%s\n", title, items.empty() ? " none" : "");
-  for (const Json& item : items) printf("  %s\n", item.get<std::string>().c_str());
+  for (const Json& item : items) printf("  %s\n", item.get_ref<const std::string&>().c_str());
+}
+
+// `json[key]` as a C string, for printf.
+const char* Text(const Json& json, const char* key) {
+  return json[key].get_ref<const std::string&>().c_str();
+}
+
+void PrintSignature(const Json& report) {
+  const Json& signature = report["signature"];
+  if (signature.contains("signer")) {
+    const Json& signer = signature["signer"];
+    printf("Signer: %s\n  issued by %s\n  valid from %s to %s\n", Text(signer, "subject"),
+           Text(signer, "issuer"), Text(signer, "notBefore"), Text(signer, "notAfter"));
+  }
+  printf("Signature: %s (checked in %s)\n", signature["verified"] ? "verified" : "NOT verified",
+         Text(report, "timeZone"));
+  if (signature.contains("reason")) printf("  %s\n", Text(signature, "reason"));
+}
+
+void PrintManifest(const Json& manifest) {
+  printf("Manifest header:\n");
+  for (const auto& field : manifest["header"].items()) {
+    const std::string& value = field.value().get_ref<const std::string&>();
+    printf("  %-19s %s\n", field.key().c_str(), value.empty() ? "-" : value.c_str());
+  }
+  const Json& files = manifest["files"];
+  printf("Manifest files: %zu\n", files.size());
+  for (size_t i = 0; i < files.size(); ++i) {
+    printf("  File%zu  %s  %llu bytes  %s\n", i + 1, Text(files[i], "name"),
+           files[i]["size"].get<unsigned long long>(), Text(files[i], "sha256"));
+  }
 }
 
 void PrintText(const Json& report) {
-  const Json& signature = report["signature"];
-  printf("Package: %s (%zu entries)\n", report["package"].get<std::string>().c_str(),
-         report["entries"].size());
-  if (signature.contains("signer")) {
-    const Json& signer = signature["signer"];
-    printf("Signer: %s\n  issued by %s\n  valid from %s to %s\n",
-           signer["subject"].get<std::string>().c_str(),
-           signer["issuer"].get<std::string>().c_str(),
-           signer["notBefore"].get<std::string>().c_str(),
-           signer["notAfter"].get<std::string>().c_str());
-  }
-  printf("Signature: %s (checked in %s)\n", signature["verified"] ? "verified" : "NOT verified",
-         report["timeZone"].get<std::string>().c_str());
-  if (signature.contains("reason")) {
-    printf("  %s\n", signature["reason"].get<std::string>().c_str());
-  }
-  if (report.contains("manifest")) {
-    printf("Manifest header:\n");
-    for (const auto& field : report["manifest"]["header"].items()) {
-      const std::string value = field.value();
-      printf("  %-19s %s\n", field.key().c_str(), value.empty() ? "-" : value.c_str());
-    }
-    const Json& files = report["manifest"]["files"];
-    printf("Manifest files: %zu\n", files.size());
-    for (size_t i = 0; i < files.size(); ++i) {
-      printf("  File%zu  %s  %llu bytes  %s\n", i + 1,
-             files[i]["name"].get<std::string>().c_str(),
-             files[i]["size"].get<unsigned long long>(),
-             files[i]["sha256"].get<std::string>().c_str());
-    }
-  }
+  printf("Package: %s (%zu entries)\n", Text(report, "package"), report["entries"].size());
+  PrintSignature(report);
+  if (report.contains("manifest")) PrintManifest(report["manifest"]);
   PrintList("Entries the extractor refuses", report["refused"]);
   PrintList("Entries not in the manifest (the extractor fails with SIGN_ERR02)",
             report["notInManifest"]);
   PrintList("Entries that differ from the manifest (SIGN_ERR02)", report["mismatched"]);
   PrintList("Manifest files missing from the archive", report["missingFromArchive"]);
-  printf("Result: %s\n", report["result"].get<std::string>().c_str());
+  printf("Result: %s\n", Text(report, "result"));
 }
 
 int RunInspect(const Options& options) {
@@ -170,9 +182,9 @@ int RunInspect(const Options& options) {
   }
   if (verification && verification->status != KALU_NO_ERR) {
     fflush(stdout);
-    ReportFailedStatus(verification->signatureVerified ? "manifest refused"
-                                                       : "signature check failed",
-                       verification->status, options.localTime);
+    ReportFailedStatus(
+        verification->signatureVerified ? "manifest refused" : "signature check failed",
+        verification->status, options.localTime);
   }
   return report["result"] == "OK" ? kExitSuccess : kExitFailure;
 }

@@ -31,12 +31,10 @@ int Run(const cli::Command& command) {
             command.app->get_name().c_str(), error.what());
     return cli::kExitUsage;
   } catch (const cli::InputError& error) {
-    fprintf(stderr, "%s %s: %s\n", cli::kToolName, command.app->get_name().c_str(),
-            error.what());
+    fprintf(stderr, "%s %s: %s\n", cli::kToolName, command.app->get_name().c_str(), error.what());
     if (cli::g_verbose && !error.detail().empty()) fprintf(stderr, "%s", error.detail().c_str());
   } catch (const std::exception& error) {
-    fprintf(stderr, "%s %s: %s\n", cli::kToolName, command.app->get_name().c_str(),
-            error.what());
+    fprintf(stderr, "%s %s: %s\n", cli::kToolName, command.app->get_name().c_str(), error.what());
   }
   if (cli::g_verbose) ERR_print_errors_fp(stderr);
   return cli::kExitFailure;
@@ -52,8 +50,9 @@ int main(int argc, char** argv) {
   if (argc > 0) cli::g_invokedAs = argv[0];
 
   CLI::App tool(kDescription, cli::kToolName);
-  tool.set_version_flag("--version", std::string(cli::kToolName) + " " EV_TOOL_VERSION
-                                         " (library " + extract_verify_version() + ")");
+  tool.set_version_flag("--version", std::string(cli::kToolName) +
+                                         " " EV_TOOL_VERSION " (library " +
+                                         extract_verify_version() + ")");
   tool.footer(kFooter);
   tool.require_subcommand(1);
   const std::vector<cli::Command> commands = {

@@ -19,7 +19,7 @@ struct Verification {
   bool signatureVerified = false;  // else `status` is that of the signature check
   std::string reason;              // why the signature does not verify, when known
   EV_Version_TPN manifest;
-  std::string manifestText;        // the signed content, as verified
+  std::string manifestText;  // the signed content, as verified
   std::string libraryOutput;
 };
 

@@ -6,7 +6,6 @@
 #define TOOLS_CLI_OPTIONS_H_
 
 #include <CLI/CLI.hpp>
-
 #include <stdexcept>
 #include <string>
 

@@ -54,7 +54,7 @@ int RunPack(const Options& options) {
   try {
     const pki::Identity signer = LoadCheckedSigner(options.signing);
     PackageOutput output(options.signing.out, options.signing.force);
-    ByteProgress progress(2 * TotalSize(options.files));
+    ByteProgress progress(TotalSize(options.files), 2);
     PackResult result = BuildPackage(header, options.files, output.temporaryPath(), signer,
                                      [&progress](size_t bytes) { progress.add(bytes); });
     progress.finish();
@@ -77,9 +77,10 @@ Command AddPackCommand(CLI::App& tool) {
   CLI::App* command = tool.add_subcommand("pack", "build a signed package from files");
   command->footer(kFooter);
   AddSigningOptions(command, &options->signing);
-  command->add_option("--set", options->settings,
-                      "a header value of the manifest, repeatable, written in order before "
-                      "the file list, e.g. --set \"Version Number=2.1\"")
+  command
+      ->add_option("--set", options->settings,
+                   "a header value of the manifest, repeatable, written in order before "
+                   "the file list, e.g. --set \"Version Number=2.1\"")
       ->type_name("\"Key=Value\"")
       ->allow_extra_args(false);
   AddVerboseFlag(command);

@@ -37,7 +37,8 @@ void CheckHeaderKey(const std::string& key) {
   if (key.empty()) throw UsageError("--set needs a key before '='");
   if (HasLineBreak(key)) throw UsageError("the key of a --set holds a line break");
   if (IsBlank(key.front()) || IsBlank(key.back())) {
-    throw UsageError("the key \"" + key + "\" starts or ends with a blank, which the manifest's "
+    throw UsageError("the key \"" + key +
+                     "\" starts or ends with a blank, which the manifest's "
                      "reader drops");
   }
   if (key[0] == '#' || key[0] == ';' || key[0] == '[') {
@@ -55,13 +56,13 @@ std::string PackedName(const std::string& path) {
   fs::file_status status = fs::status(path, error);
   if (error) throw PackRefused("cannot read " + path + ": " + error.message());
   if (fs::is_directory(status)) {
-    throw PackRefused(path + " is a directory; a package holds files only (the extractor "
+    throw PackRefused(path +
+                      " is a directory; a package holds files only (the extractor "
                       "stops at a directory entry)");
   }
   if (!fs::is_regular_file(status)) throw PackRefused(path + " is not a regular file");
   std::string name = fs::path(path).filename().string();
-  const std::string refusal =
-      NameOrSizeRefusal(name, static_cast<int64_t>(fs::file_size(path)));
+  const std::string refusal = NameOrSizeRefusal(name, static_cast<int64_t>(fs::file_size(path)));
   if (!refusal.empty()) throw PackRefused(path + ": " + refusal);
   if (name == kSignedManifestName || name == kManifestName) {
     throw PackRefused("a file named " + name + " cannot be packed: the package's own " +
@@ -69,7 +70,8 @@ std::string PackedName(const std::string& path) {
                       " have that name");
   }
   if (HasControlCharacter(name) || IsBlank(name.front()) || IsBlank(name.back())) {
-    throw PackRefused("the name of " + path + " cannot be written in the manifest as it is "
+    throw PackRefused("the name of " + path +
+                      " cannot be written in the manifest as it is "
                       "(control characters, or blanks at either end)");
   }
   return name;

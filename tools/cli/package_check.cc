@@ -1,8 +1,9 @@
 #include "tools/cli/package_check.h"
 
+#include <strings.h>
+
 #include <map>
 #include <set>
-#include <strings.h>
 
 namespace cli {
 
@@ -32,8 +33,8 @@ void CompareEntry(const ScannedEntry& entry, const _stVersionInfFileInfo& listed
                   PackageFindings& findings) {
   if (listed.ullFileSize != entry.bytes) {
     findings.mismatched.push_back(entry.name + ": " + std::to_string(entry.bytes) +
-                                  " bytes in the archive, " +
-                                  std::to_string(listed.ullFileSize) + " in the manifest");
+                                  " bytes in the archive, " + std::to_string(listed.ullFileSize) +
+                                  " in the manifest");
   } else if (strcasecmp(listed.strHashValue.c_str(), entry.sha256.c_str()) != 0) {
     findings.mismatched.push_back(entry.name + ": SHA-256 " + entry.sha256 +
                                   " differs from the manifest's " + listed.strHashValue);

@@ -18,10 +18,10 @@ namespace cli {
 std::string NameOrSizeRefusal(const std::string& name, int64_t size);
 
 struct PackageFindings {
-  std::vector<std::string> refused;       // "name: why", entries the extractor refuses
+  std::vector<std::string> refused;        // "name: why", entries the extractor refuses
   std::vector<std::string> notInManifest;  // entry names
-  std::vector<std::string> mismatched;    // "name: what differs"
-  std::vector<std::string> missing;       // manifest files that no entry holds
+  std::vector<std::string> mismatched;     // "name: what differs"
+  std::vector<std::string> missing;        // manifest files that no entry holds
   bool clean() const {
     return refused.empty() && notInManifest.empty() && mismatched.empty() && missing.empty();
   }

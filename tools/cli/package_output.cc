@@ -33,8 +33,7 @@ void RemoveAndExit(int) {
 }
 
 double Now() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-      .count();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 unsigned TerminalWidth() {
@@ -47,8 +46,9 @@ unsigned TerminalWidth() {
 
 PackageOutput::PackageOutput(const std::string& path, bool overwrite) : m_path(path) {
   if (path == "-") {
-    throw InputError("--out - is not supported: a package is written to a file, named with "
-                     "--out");
+    throw InputError(
+        "--out - is not supported: a package is written to a file, named with "
+        "--out");
   }
   std::error_code error;
   if (fs::is_directory(path, error)) throw InputError("the output " + path + " is a directory");
@@ -86,8 +86,8 @@ void PackageOutput::commit() {
   m_committed = true;
 }
 
-ByteProgress::ByteProgress(uint64_t total)
-    : m_shown(isatty(STDERR_FILENO) == 1), m_total(total), m_start(Now()) {}
+ByteProgress::ByteProgress(uint64_t total, unsigned passes)
+    : m_shown(isatty(STDERR_FILENO) == 1), m_total(total), m_passes(passes), m_start(Now()) {}
 
 void ByteProgress::add(uint64_t bytes) {
   m_done += bytes;
@@ -103,8 +103,9 @@ void ByteProgress::finish() {
 
 void ByteProgress::draw() {
   m_lastDraw = Now();
-  fprintf(stderr, "\r%s", ProgressLine(m_done, m_total, m_lastDraw - m_start,
-                                       TerminalWidth() - 1).c_str());
+  fprintf(
+      stderr, "\r%s",
+      ProgressLine(m_done / m_passes, m_total, m_lastDraw - m_start, TerminalWidth() - 1).c_str());
   fflush(stderr);
 }
 

@@ -2,7 +2,8 @@
 // temporary name in the destination's directory and renamed when complete,
 // so that a failed or interrupted command leaves nothing at the output
 // path. Ctrl-C (or SIGTERM) while it is open removes the temporary file and
-// ends the process with exit status 130. Main thread; one at a time.
+// ends the process with exit status 130. Also the progress line shown while
+// such a package is written. Main thread; one PackageOutput at a time.
 #ifndef TOOLS_CLI_PACKAGE_OUTPUT_H_
 #define TOOLS_CLI_PACKAGE_OUTPUT_H_
 
@@ -35,10 +36,12 @@ class PackageOutput {
 };
 
 // A progress line on standard error, drawn only when it is a terminal:
-// bytes done of `total`, with the rate and the time left.
+// bytes done of `total`, with the rate and the time left. With `passes` the
+// data is read that many times (hashed, then written) and each byte is
+// counted once per pass.
 class ByteProgress {
  public:
-  explicit ByteProgress(uint64_t total);
+  explicit ByteProgress(uint64_t total, unsigned passes = 1);
   void add(uint64_t bytes);
   void finish();  // ends the line
 
@@ -46,6 +49,7 @@ class ByteProgress {
   void draw();
   bool m_shown;
   uint64_t m_total;
+  unsigned m_passes;
   uint64_t m_done = 0;
   double m_start;
   double m_lastDraw = 0;

@@ -54,8 +54,11 @@ void CopyData(archive* reader, archive* writer, ByteProgress& progress) {
     la_ssize_t count = archive_read_data(reader, block.data(), block.size());
     Check(reader, static_cast<int>(count < 0 ? count : 0), "cannot read the package");
     if (count == 0) return;
-    Check(writer, archive_write_data(writer, block.data(), static_cast<size_t>(count)) == count
-                      ? ARCHIVE_OK : ARCHIVE_FATAL, "cannot write the package");
+    Check(writer,
+          archive_write_data(writer, block.data(), static_cast<size_t>(count)) == count
+              ? ARCHIVE_OK
+              : ARCHIVE_FATAL,
+          "cannot write the package");
     progress.add(static_cast<uint64_t>(count));
   }
 }
@@ -77,8 +80,8 @@ void CopyWithSignedManifest(const std::string& from, const std::string& to,
   archive_entry* entry = nullptr;
   int result;
   while ((result = archive_read_next_header(reader.get(), &entry)) == ARCHIVE_OK) {
-    const bool signedManifest = !replaced && std::string(archive_entry_pathname(entry)) ==
-                                                 "Version.der";
+    const bool signedManifest =
+        !replaced && std::string(archive_entry_pathname(entry)) == "Version.der";
     if (signedManifest) archive_entry_set_size(entry, static_cast<la_int64_t>(der.size()));
     Check(writer.get(), archive_write_header(writer.get(), entry), "cannot write the package");
     if (signedManifest) {

@@ -85,9 +85,7 @@ StdoutRedirect SilenceStdout() {
 
 // The progress line needs standard error to itself: the logger writes its
 // lines there too once any level is enabled (HXLOG_MASK).
-bool ShowProgress() {
-  return isatty(STDERR_FILENO) == 1 && g_LumLogParams.logMask.load() == 0;
-}
+bool ShowProgress() { return isatty(STDERR_FILENO) == 1 && g_LumLogParams.logMask.load() == 0; }
 
 }  // namespace
 

@@ -15,10 +15,10 @@ struct ExtractionRequest {
   std::string certificate;
   std::string package;
   std::string destination;
-  std::string fileName;     // with `selectsFile`: the one file, or the file left out
+  std::string fileName;  // with `selectsFile`: the one file, or the file left out
   bool selectsFile = false;
-  bool exclude = false;     // leave `fileName` out instead of taking only it
-  bool quiet = false;       // hide the library's printed lines
+  bool exclude = false;  // leave `fileName` out instead of taking only it
+  bool quiet = false;    // hide the library's printed lines
 };
 
 // Runs the extraction and returns its status. The progress display is shown

@@ -30,7 +30,7 @@ Pkcs7Ptr ParseSignedData(const std::vector<unsigned char>& der) {
   return p7;
 }
 
-STACK_OF(X509)* Carried(PKCS7* p7) { return p7->d.sign != nullptr ? p7->d.sign->cert : nullptr; }
+STACK_OF(X509) * Carried(PKCS7* p7) { return p7->d.sign != nullptr ? p7->d.sign->cert : nullptr; }
 
 std::string NameText(const X509_NAME* name) {
   char text[256];
@@ -78,11 +78,13 @@ std::string ChainFailure(int error, X509* cert, const std::string& trustFile,
       return "the signer " + Subject(cert) + " does not lead to a certificate in " + trustFile +
              " (untrusted anchor)";
     case X509_V_ERR_INVALID_PURPOSE:
-      return Subject(cert) + " may not sign packages: its key usage or extended key usage "
+      return Subject(cert) +
+             " may not sign packages: its key usage or extended key usage "
              "does not allow S/MIME signing (emailProtection)";
     case X509_V_ERR_CERT_HAS_EXPIRED:
     case X509_V_ERR_CERT_NOT_YET_VALID:
-      return Subject(cert) + " is not valid at " + checkTime + ", the time of the check (the "
+      return Subject(cert) + " is not valid at " + checkTime +
+             ", the time of the check (the "
              "signer's start of validity read in this time zone): it is valid from " +
              TimeText(X509_get0_notBefore(cert)) + " to " + TimeText(X509_get0_notAfter(cert));
     default:
@@ -115,7 +117,8 @@ std::string ExplainSignatureFailure(const std::vector<unsigned char>& der,
   STACK_OF(X509)* certs = Carried(p7.get());
   const int carried = certs != nullptr ? sk_X509_num(certs) : 0;
   if (carried != 1) {
-    return "Version.der carries " + std::to_string(carried) + " certificates; the extractor "
+    return "Version.der carries " + std::to_string(carried) +
+           " certificates; the extractor "
            "accepts exactly one, the signer's";
   }
   X509* signer = sk_X509_value(certs, 0);

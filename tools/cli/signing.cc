@@ -13,21 +13,24 @@ void AddSigningOptions(CLI::App* command, SigningOptions* options) {
   command->add_option("--key", options->key, "PEM private key of the signer")
       ->required()
       ->type_name("KEY");
-  command->add_option("--cert", options->cert,
-                      "PEM certificate of the signer (the first one in the file)")
+  command
+      ->add_option("--cert", options->cert,
+                   "PEM certificate of the signer (the first one in the file)")
       ->required()
       ->type_name("CERT");
-  command->add_option("--pass", options->pass,
-                      "pass phrase of an encrypted key: file:PATH (its first line) or "
-                      "env:NAME")
+  command
+      ->add_option("--pass", options->pass,
+                   "pass phrase of an encrypted key: file:PATH (its first line) or "
+                   "env:NAME")
       ->type_name("SOURCE");
   command->add_option("--out", options->out, "the package to write")
       ->required()
       ->type_name("PACKAGE");
   command->add_flag("--force", options->force, "replace an existing output package");
-  command->add_option("--trust", options->trust,
-                      "verify the written package against these trusted certificates before "
-                      "keeping it")
+  command
+      ->add_option("--trust", options->trust,
+                   "verify the written package against these trusted certificates before "
+                   "keeping it")
       ->type_name("CERT");
 }
 
@@ -36,8 +39,10 @@ pki::Identity LoadCheckedSigner(const SigningOptions& options) {
   pki::Identity signer = LoadSigner(options.cert, options.key, options.pass);
   const std::string refusal = SignerRefusal(signer.cert.get());
   if (!refusal.empty()) {
-    throw PackRefused("the signer certificate in " + options.cert + " cannot sign packages "
-                      "that the extractor accepts: " + refusal);
+    throw PackRefused("the signer certificate in " + options.cert +
+                      " cannot sign packages "
+                      "that the extractor accepts: " +
+                      refusal);
   }
   return signer;
 }

@@ -6,7 +6,6 @@
 #define TOOLS_CLI_SIGNING_H_
 
 #include <CLI/CLI.hpp>
-
 #include <string>
 
 #include "tools/pki/pki.h"

@@ -50,9 +50,10 @@ void ReportFailedStatus(const char* what, _KALU_Error status, bool localTime) {
   const char* meaning = StatusMeaning(status);
   if (*meaning != '\0') fprintf(stderr, "  %s\n", meaning);
   if (status == SIGN_ERR01 && localTime && TimeZoneAheadOfUtc()) {
-    fprintf(stderr,
-            "  hint: with --local-time the signer's start of validity is read in this time\n"
-            "  zone, which is ahead of UTC, so it is checked before it starts; drop --local-time\n");
+    fprintf(
+        stderr,
+        "  hint: with --local-time the signer's start of validity is read in this time\n"
+        "  zone, which is ahead of UTC, so it is checked before it starts; drop --local-time\n");
   }
 }
 

@@ -44,15 +44,15 @@ std::string ClockDuration(uint64_t seconds) {
   return text;
 }
 
-std::string ProgressLine(uint64_t bytesRead, uint64_t packageSize, double seconds,
-                         unsigned width) {
-  double fraction = packageSize == 0 ? 1.0
-                                     : std::min(1.0, static_cast<double>(bytesRead) /
-                                                         static_cast<double>(packageSize));
+std::string ProgressLine(uint64_t bytesRead, uint64_t packageSize, double seconds, unsigned width) {
+  double fraction =
+      packageSize == 0
+          ? 1.0
+          : std::min(1.0, static_cast<double>(bytesRead) / static_cast<double>(packageSize));
   char percent[8];
   snprintf(percent, sizeof percent, "%3d%%", static_cast<int>(fraction * 100.0));
-  std::string tail = std::string("  ") + percent + "  " + HumanSize(bytesRead) + " / " +
-                     HumanSize(packageSize);
+  std::string tail =
+      std::string("  ") + percent + "  " + HumanSize(bytesRead) + " / " + HumanSize(packageSize);
   if (seconds >= kRateAfterSeconds && bytesRead > 0) {
     double rate = static_cast<double>(bytesRead) / seconds;
     tail += "  " + HumanSize(static_cast<uint64_t>(rate)) + "/s";

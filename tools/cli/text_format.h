@@ -16,8 +16,7 @@ std::string ClockDuration(uint64_t seconds);
 // One line of the progress display, at most `width` columns:
 // "[#####.....]  48%  12.0 MiB / 25.0 MiB  40.1 MiB/s  0:01 left".
 // `seconds` is the time since the package's size became known.
-std::string ProgressLine(uint64_t bytesRead, uint64_t packageSize, double seconds,
-                         unsigned width);
+std::string ProgressLine(uint64_t bytesRead, uint64_t packageSize, double seconds, unsigned width);
 
 }  // namespace cli
 

@@ -66,9 +66,12 @@ class EntryData {
 
   uint64_t size() const {
     switch (m_entry.source) {
-      case Entry::Source::kText: return m_entry.text.size();
-      case Entry::Source::kDiskFile: return std::filesystem::file_size(m_entry.text);
-      case Entry::Source::kGenerated: return m_entry.generatedSize;
+      case Entry::Source::kText:
+        return m_entry.text.size();
+      case Entry::Source::kDiskFile:
+        return std::filesystem::file_size(m_entry.text);
+      case Entry::Source::kGenerated:
+        return m_entry.generatedSize;
     }
     return 0;
   }
@@ -84,7 +87,8 @@ class EntryData {
       case Entry::Source::kDiskFile:
         m_file.read(reinterpret_cast<char*>(out), static_cast<std::streamsize>(capacity));
         return static_cast<size_t>(m_file.gcount());
-      case Entry::Source::kGenerated: return m_generator.read(out, capacity);
+      case Entry::Source::kGenerated:
+        return m_generator.read(out, capacity);
     }
     return 0;
   }
@@ -224,7 +228,8 @@ WrittenEntry ArchiveWriter::write(const Entry& entry) {
   WrittenEntry written{entry.name, entry.kind, storedSize, ""};
   if (data) {
     written.sha256 = StreamData(*data, storedSize, [this](const unsigned char* block, size_t n) {
-      if (archive_write_data(m_archive, block, n) != static_cast<la_ssize_t>(n)) check(ARCHIVE_FATAL);
+      if (archive_write_data(m_archive, block, n) != static_cast<la_ssize_t>(n))
+        check(ARCHIVE_FATAL);
       if (m_onData) m_onData(n);
     });
   }

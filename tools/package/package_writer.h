@@ -59,7 +59,7 @@ struct Entry {
 
   std::string name;
   EntryKind kind = EntryKind::kRegular;
-  std::string linkTarget;  // symbolic and hard links
+  std::string linkTarget;                   // symbolic and hard links
   unsigned int devMajor = 0, devMinor = 0;  // character devices
 
   // Data of a regular entry.
@@ -115,6 +115,12 @@ std::string WritePackageToMemory(const std::vector<Entry>& entries,
 // tar `tar` and repairs its checksum; the data that follows is left alone.
 // False when no such header is found or the size does not fit the field.
 bool PatchTarEntrySize(std::string* tar, const std::string& name, uint64_t size);
+
+// Turns the first entry named `name` of `tar` into a GNU sparse entry whose
+// stored data is its first extent and whose real size is `realSize`: the
+// reader delivers zeros up to that size. False when no such header is found
+// or its name needs the ustar prefix.
+bool MakeTarEntrySparse(std::string* tar, const std::string& name, uint64_t realSize);
 
 // gzip format (zlib deflate with a gzip header and trailer).
 std::string GzipCompress(const std::string& data);

@@ -67,14 +67,12 @@ void RepairChecksum(char* header) {
   header[kChecksumOffset + 7] = ' ';
 }
 
-}  // namespace
-
-bool PatchTarEntrySize(std::string* tar, const std::string& name, uint64_t size) {
-  if (size >= (1ull << 33)) return false;  // 11 octal digits
+// The header of the first entry named `name`, or null.
+char* FindHeader(std::string* tar, const std::string& name) {
   std::string paxPath;
   for (size_t at = 0; at + kRecord <= tar->size();) {
     char* header = &(*tar)[at];
-    if (header[0] == '\0') return false;  // end of archive
+    if (header[0] == '\0') return nullptr;  // end of archive
     uint64_t dataSize = Number(header, kSizeOffset, kSizeLength);
     size_t dataStart = at + kRecord;
     char type = header[kTypeOffset];
@@ -83,16 +81,43 @@ bool PatchTarEntrySize(std::string* tar, const std::string& name, uint64_t size)
     } else if (type != 'g') {
       std::string entryName = paxPath.empty() ? HeaderName(header) : paxPath;
       paxPath.clear();
-      if (entryName == name) {
-        std::snprintf(header + kSizeOffset, kSizeLength, "%011llo",
-                      static_cast<unsigned long long>(size));
-        RepairChecksum(header);
-        return true;
-      }
+      if (entryName == name) return header;
     }
     at = dataStart + static_cast<size_t>((dataSize + kRecord - 1) / kRecord * kRecord);
   }
-  return false;
+  return nullptr;
+}
+
+}  // namespace
+
+bool PatchTarEntrySize(std::string* tar, const std::string& name, uint64_t size) {
+  if (size >= (1ull << 33)) return false;  // 11 octal digits
+  char* header = FindHeader(tar, name);
+  if (header == nullptr) return false;
+  std::snprintf(header + kSizeOffset, kSizeLength, "%011llo", static_cast<unsigned long long>(size));
+  RepairChecksum(header);
+  return true;
+}
+
+// An old-style GNU sparse header: type 'S', GNU magic, one data extent at
+// offset 0 holding the stored data, and the real size in base 256 (the
+// reader makes zeros of the rest). The fields overlay the ustar prefix.
+bool MakeTarEntrySparse(std::string* tar, const std::string& name, uint64_t realSize) {
+  char* header = FindHeader(tar, name);
+  if (header == nullptr || header[kPrefixOffset] != '\0') return false;
+  constexpr size_t kSparseOffset = 386, kExtendedOffset = 482, kRealSizeOffset = 483;
+  header[kTypeOffset] = 'S';
+  std::memcpy(header + kMagicOffset, "ustar  ", 8);
+  std::memset(header + kPrefixOffset, 0, kRealSizeOffset + kSizeLength - kPrefixOffset);
+  std::snprintf(header + kSparseOffset, 12, "%011o", 0u);
+  std::memcpy(header + kSparseOffset + 12, header + kSizeOffset, kSizeLength);
+  header[kExtendedOffset] = '\0';
+  header[kRealSizeOffset] = static_cast<char>(0x80);
+  for (size_t i = 0; i < 8; ++i) {
+    header[kRealSizeOffset + kSizeLength - 1 - i] = static_cast<char>(realSize >> (8 * i));
+  }
+  RepairChecksum(header);
+  return true;
 }
 
 std::string GzipCompress(const std::string& data) {
