@@ -3,9 +3,10 @@
 // verifying the signature and the SHA-256 of every written file.
 //
 // This header declares everything the library exports. A client normally needs
-// only ExtractWithHash (or StartExtractWithHash), AbortExtraction and the
-// status names of CKALUStatus; the rest is exported for clients that inspect a
-// run's manifest or drive the stages themselves.
+// only ExtractWithHash (or StartExtractWithHash), AbortExtraction, the
+// progress calls at the end of this header and the status names of
+// CKALUStatus; the rest is exported for clients that inspect a run's manifest
+// or drive the stages themselves.
 #ifndef EXTRACT_VERIFY_H_
 #define EXTRACT_VERIFY_H_
 
@@ -27,6 +28,8 @@
 #include "extract/hash_compare.h"
 #include "extract/completeness.h"
 
+#include <cstdint>
+
 #include "extract_verify_export.h"
 
 // Progress of the run in progress, or of the last run, for a client's display.
@@ -36,14 +39,14 @@
 // Bytes of the package read so far and the package's size; false until a run
 // has opened its package and learnt its size. The bytes reach the size as
 // soon as the package has been read, while the last files are still being
-// hashed, written and compared: ExtractionStage tells those stages apart.
+// hashed, written and compared: GetExtractionStage tells those stages apart.
 EV_EXPORT bool GetExtractionProgress(uint64_t* bytesRead, uint64_t* packageSize);
 
 enum EV_ExtractionStage : int32_t {
   EXTRACTION_STAGE_IDLE = 0,       // no run has started in this process
   EXTRACTION_STAGE_READING = 1,    // the package is being read and unpacked
   EXTRACTION_STAGE_FINISHING = 2,  // read; files are being finished and checked
-  EXTRACTION_STAGE_DONE = 3,       // the run is over; its status is being returned
+  EXTRACTION_STAGE_DONE = 3,       // the run is over, until the next one starts
 };
 
 // Stage of the run and, when `filesFinished` is not null, the number of

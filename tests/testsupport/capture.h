@@ -2,51 +2,73 @@
 //
 // OutputCapture redirects standard output (printf included) for its lifetime;
 // LogCapture installs a logger sink with the given mask and restores the old
-// mask and standard error at its end. Use one of each per test at a time.
+// mask at its end. Use one of each per test at a time; the sink may be called
+// from any thread.
 #ifndef TESTS_TESTSUPPORT_CAPTURE_H_
 #define TESTS_TESTSUPPORT_CAPTURE_H_
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <cstdio>
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "platform/hxlog/hxlog.h"
 
 namespace testsupport {
 
 class OutputCapture {
  public:
-  OutputCapture();
-  ~OutputCapture();
+  OutputCapture() {
+    std::fflush(stdout);
+    testing::internal::CaptureStdout();
+  }
+  ~OutputCapture() {
+    if (m_active) Finish();
+  }
   // Everything printed since construction; ends the capture.
-  std::string Finish();
+  std::string Finish() {
+    std::fflush(stdout);
+    m_active = false;
+    return testing::internal::GetCapturedStdout();
+  }
 
  private:
-  bool m_active;
-};
-
-struct LogLine {
-  int level;
-  std::string function;
-  std::string text;
+  bool m_active = true;
 };
 
 class LogCapture {
  public:
-  explicit LogCapture(uint32_t mask = 0x80800000u);
-  ~LogCapture();
-  std::vector<LogLine> Lines() const;
-  // Texts logged by `function` (any function when empty), in order.
-  std::vector<std::string> Texts(const std::string& function = "") const;
-  // The same as "level:text", for exact comparison in one go.
-  std::vector<std::string> Levelled(const std::string& function = "") const;
-  // Every line as "level:function:text".
-  std::vector<std::string> Described() const;
+  explicit LogCapture(uint32_t mask = 0x80800000u) : m_savedMask(g_LumLogParams.logMask.load()) {
+    HxLogSetSink(&LogCapture::Sink, this);
+    g_LumLogParams.logMask = mask;
+  }
+  ~LogCapture() {
+    g_LumLogParams.logMask = m_savedMask;
+    HxLogSetSink(nullptr, nullptr);
+  }
+  // Every line as "level:function:text", in order; with `function`, its own.
+  std::vector<std::string> Lines(const std::string& function = "") const {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    std::vector<std::string> lines;
+    for (const auto& line : m_lines) {
+      if (function.empty() || line.first == function) lines.push_back(line.second);
+    }
+    return lines;
+  }
 
  private:
-  static void Sink(void* self, int line, int level, const char* function, const char* text);
+  static void Sink(void* self, int, int level, const char* function, const char* text) {
+    auto* capture = static_cast<LogCapture*>(self);
+    const std::string name = function != nullptr ? function : "";
+    std::lock_guard<std::mutex> lock(capture->m_mutex);
+    capture->m_lines.emplace_back(name, std::to_string(level) + ":" + name + ":" + text);
+  }
   uint32_t m_savedMask;
   mutable std::mutex m_mutex;
-  std::vector<LogLine> m_lines;
+  std::vector<std::pair<std::string, std::string>> m_lines;  // function, line
 };
 
 }  // namespace testsupport

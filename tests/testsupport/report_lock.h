@@ -7,17 +7,24 @@
 #ifndef TESTS_TESTSUPPORT_REPORT_LOCK_H_
 #define TESTS_TESTSUPPORT_REPORT_LOCK_H_
 
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 namespace testsupport {
 
 class ErrorReportLock {
  public:
-  ErrorReportLock();  // blocks until the lock is free
-  ~ErrorReportLock();
+  ErrorReportLock() {  // blocks until the lock is free
+    while (flock(m_fd, LOCK_EX) != 0 && errno == EINTR) continue;
+  }
+  ~ErrorReportLock() { close(m_fd); }
   ErrorReportLock(const ErrorReportLock&) = delete;
   ErrorReportLock& operator=(const ErrorReportLock&) = delete;
 
  private:
-  int m_fd;
+  int m_fd = open("/tmp/extract_verify_error.txt.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0666);
 };
 
 }  // namespace testsupport

@@ -1,8 +1,6 @@
 #include "tests/testsupport/signed_package.h"
 
 #include <filesystem>
-#include <fstream>
-#include <stdexcept>
 #include <utility>
 
 #include "tests/testsupport/temp_dir.h"
@@ -12,47 +10,41 @@ namespace testsupport {
 
 namespace {
 
-const char kManifestEntry[] = "Version.der";
-const uint64_t kTrailingSeed = 0x7a11;
-
 bool IsManifestPlaceholder(const package::Entry& entry) {
-  return entry.name == kManifestEntry && entry.kind == package::EntryKind::kRegular &&
+  return entry.name == "Version.der" && entry.kind == package::EntryKind::kRegular &&
          entry.source == package::Entry::Source::kText && entry.text.empty();
 }
 
-std::string ManifestFor(const std::vector<package::Entry>& entries,
-                        const PackageOptions& options) {
-  std::vector<package::ManifestFile> files;
-  for (const package::Entry& entry : entries) {
-    if (entry.kind != package::EntryKind::kRegular || IsManifestPlaceholder(entry)) continue;
-    if (options.leftOutOfManifest.count(entry.name) != 0) continue;
-    std::string data = EntryData(entry);
-    auto override = options.hashOverrides.find(entry.name);
-    files.push_back({entry.name,
-                     override != options.hashOverrides.end() ? override->second
-                                                             : package::Sha256Hex(data),
-                     data.size()});
-  }
-  const package::ManifestHeader header = {
-      {"Torvan Part Number", "TP-4711"}, {"Version Number", "2.3.1"}, {"Type", "Full"},
-      {"VIN", "WDB0000000TEST001"},      {"Start Date", "2024-01-01"},
-      {"End Date", "2030-12-31"}};
-  return package::ManifestText(header, files);
+bool Listed(const package::Entry& entry, const PackageOptions& options) {
+  return entry.kind == package::EntryKind::kRegular && !IsManifestPlaceholder(entry) &&
+         options.leftOutOfManifest.count(entry.name) == 0;
 }
 
-void AppendBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::app);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  if (!out) throw std::runtime_error("cannot append to " + path);
+std::string ManifestFor(const std::vector<package::Entry>& entries, const PackageOptions& options) {
+  std::vector<package::ManifestFile> files;
+  for (const package::Entry& entry : entries) {
+    if (!Listed(entry, options)) continue;
+    auto override = options.hashOverrides.find(entry.name);
+    files.push_back(
+        {entry.name,
+         override != options.hashOverrides.end() ? override->second : package::EntrySha256(entry),
+         entry.source == package::Entry::Source::kGenerated ? entry.generatedSize
+                                                            : entry.text.size()});
+  }
+  return package::ManifestText({{"Torvan Part Number", "TP-4711"},
+                                {"Version Number", "2.3.1"},
+                                {"Type", "Full"},
+                                {"Start Date", "2024-01-01"}},
+                               files);
 }
 
 }  // namespace
 
-TestSigner::TestSigner(std::string certFile) : m_certFile(std::move(certFile)) {
-  m_root = pki::MakeRootCa("Update Test Root",
-                           {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)});
-  m_signer = pki::MakeSigner("Update Test Signer",
-                             {pki::UtcTime(2021, 6, 1), pki::UtcTime(2039, 1, 1)}, m_root);
+TestSigner::TestSigner(std::string certFile)
+    : m_root(pki::MakeRootCa("Test Root", {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)})),
+      m_signer(pki::MakeSigner("Test Signer", {pki::UtcTime(2021, 6, 1), pki::UtcTime(2039, 1, 1)},
+                               m_root)),
+      m_certFile(std::move(certFile)) {
   pki::WriteCertificatesPem(m_certFile, {m_root.cert.get()});
 }
 
@@ -61,32 +53,30 @@ std::string TestSigner::Sign(const std::string& content) const {
   return std::string(der.begin(), der.end());
 }
 
-package::Entry SignedManifest() { return package::Entry::File(kManifestEntry, ""); }
+package::Entry SignedManifest() { return package::Entry::File("Version.der", ""); }
 
-std::string EntryData(const package::Entry& entry) {
-  switch (entry.source) {
-    case package::Entry::Source::kText: return entry.text;
-    case package::Entry::Source::kDiskFile: return ReadFile(entry.text);
-    case package::Entry::Source::kGenerated:
-      return package::GenerateContent(entry.generatedSize, entry.seed, entry.mixed);
+std::map<std::string, std::string> ManifestDigests(const std::vector<package::Entry>& entries,
+                                                   const PackageOptions& options) {
+  std::map<std::string, std::string> digests;
+  for (const package::Entry& entry : entries) {
+    if (Listed(entry, options)) digests.emplace(entry.name, package::EntrySha256(entry));
   }
-  return std::string();
+  return digests;
 }
 
 BuiltPackage BuildSignedPackage(const TestSigner& signer, const std::string& path,
                                 std::vector<package::Entry> entries,
                                 const PackageOptions& options) {
-  BuiltPackage built;
-  built.path = path;
-  built.manifestText = options.manifestText ? *options.manifestText : ManifestFor(entries, options);
-  std::string der = options.versionDer ? *options.versionDer : signer.Sign(built.manifestText);
+  BuiltPackage built{path, options.manifestText.value_or(ManifestFor(entries, options))};
+  const std::string der = options.versionDer.value_or(signer.Sign(built.manifestText));
   for (package::Entry& entry : entries) {
-    if (IsManifestPlaceholder(entry)) entry = package::Entry::File(kManifestEntry, der);
+    if (IsManifestPlaceholder(entry)) entry = package::Entry::File("Version.der", der);
   }
-  package::WritePackage(path, entries);
-  if (options.trailingBytes > 0) {
-    AppendBytes(path, package::GenerateContent(options.trailingBytes, kTrailingSeed));
-  }
+  std::string tar =
+      package::WritePackageToMemory(entries, {package::TarFormat::kPaxRestricted, false});
+  if (options.editTar) options.editTar(&tar);
+  WriteFile(path,
+            package::GzipCompress(tar) + package::GenerateContent(options.trailingBytes, 0x7a11));
   built.size = std::filesystem::file_size(path);
   return built;
 }

@@ -1,15 +1,17 @@
-// Signed update packages built at test time, for end-to-end runs.
+// Signed update packages built at test time, for end-to-end runs and tools.
 //
 // TestSigner makes a root CA and a signer issued by it (fresh keys each time)
-// and writes the root into the certificate file of the run. BuildSignedPackage
+// and writes the root into the certificate file of the runs. BuildSignedPackage
 // writes a gzip tar of the given entries in the given order; an entry named
 // exactly "Version.der" with no data stands for the signed manifest, which
 // lists every other regular entry with its digest and size. PackageOptions
-// make hostile packages on purpose. Everything throws on failure.
+// make hostile packages on purpose. Everything throws on failure; any thread
+// may build packages with its own signer.
 #ifndef TESTS_TESTSUPPORT_SIGNED_PACKAGE_H_
 #define TESTS_TESTSUPPORT_SIGNED_PACKAGE_H_
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -23,9 +25,7 @@ namespace testsupport {
 
 class TestSigner {
  public:
-  // Writes the root certificate, the trust anchor of the runs, to `certFile`.
-  explicit TestSigner(std::string certFile);
-
+  explicit TestSigner(std::string certFile);  // writes the root there
   const std::string& certFile() const { return m_certFile; }
   // PKCS#7 signed data (DER) over `content`, carrying the signer only.
   std::string Sign(const std::string& content) const;
@@ -39,9 +39,11 @@ class TestSigner {
 struct PackageOptions {
   std::set<std::string> leftOutOfManifest;
   std::map<std::string, std::string> hashOverrides;  // name -> hash value text
-  std::optional<std::string> manifestText;  // signed instead of the generated text
-  std::optional<std::string> versionDer;    // stored instead of the signed manifest
-  uint64_t trailingBytes = 0;               // pseudo-random bytes after the gzip stream
+  std::optional<std::string> manifestText;           // signed instead of the generated text
+  std::optional<std::string> versionDer;             // stored instead of the signed manifest
+  uint64_t trailingBytes = 0;                        // pseudo-random bytes after the gzip stream
+  // Changes the uncompressed tar before it is compressed (headers that lie).
+  std::function<void(std::string* tar)> editTar = nullptr;
 };
 
 struct BuiltPackage {
@@ -57,8 +59,10 @@ BuiltPackage BuildSignedPackage(const TestSigner& signer, const std::string& pat
 // The placeholder of the signed manifest in an entry list.
 package::Entry SignedManifest();
 
-// The bytes that a regular entry of a list stores.
-std::string EntryData(const package::Entry& entry);
+// Name -> lower-case hex SHA-256 of the regular entries of `entries` that the
+// signed manifest lists (placeholder, special and left-out entries aside).
+std::map<std::string, std::string> ManifestDigests(const std::vector<package::Entry>& entries,
+                                                   const PackageOptions& options = {});
 
 }  // namespace testsupport
 

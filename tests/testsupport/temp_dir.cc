@@ -1,25 +1,22 @@
 #include "tests/testsupport/temp_dir.h"
 
-#include <ftw.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <stdlib.h>
 
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <vector>
 
 namespace testsupport {
 
+namespace fs = std::filesystem;
+
 TempDir::TempDir() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") +
-                        "/ev_test_XXXXXX";
-  std::vector<char> buffer(pattern.begin(), pattern.end());
-  buffer.push_back('\0');
-  if (mkdtemp(buffer.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
-  m_path = buffer.data();
+  const char* base = getenv("TMPDIR");
+  std::string pattern =
+      std::string(base != nullptr && *base != 0 ? base : "/tmp") + "/ev_test_XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  m_path = pattern;
 }
 
 TempDir::~TempDir() { RemoveTree(m_path); }
@@ -28,8 +25,9 @@ std::string TempDir::file(const std::string& name) const { return m_path + "/" +
 
 void WriteFile(const std::string& path, const std::string& contents) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  if (!out) throw std::runtime_error("cannot write " + path);
-  out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
+  if (!out.write(contents.data(), static_cast<std::streamsize>(contents.size()))) {
+    throw std::runtime_error("cannot write " + path);
+  }
 }
 
 std::string ReadFile(const std::string& path) {
@@ -40,17 +38,11 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-bool FileExists(const std::string& path) {
-  struct stat status;
-  return lstat(path.c_str(), &status) == 0;
-}
+bool FileExists(const std::string& path) { return fs::exists(fs::symlink_status(path)); }
 
 void RemoveTree(const std::string& path) {
-  auto removeOne = [](const char* name, const struct stat*, int, struct FTW*) {
-    chmod(name, 0700);
-    return remove(name);
-  };
-  nftw(path.c_str(), removeOne, 16, FTW_DEPTH | FTW_PHYS);
+  std::error_code ignored;
+  fs::remove_all(path, ignored);
 }
 
 }  // namespace testsupport

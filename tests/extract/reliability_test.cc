@@ -1,0 +1,295 @@
+// Reliability: damaged packages, faults around a run, and load. No run may
+// hang or crash, leave anything behind or report success unless every file
+// it wrote matches the signed manifest (the fixture's checks, run_fixture.h).
+//
+// EV_DAMAGE_ROUNDS, EV_ABORT_ROUNDS, EV_LOAD_RUNS and EV_LOAD_FILES set the
+// number of damaged packages (200), aborted runs (30), consecutive runs (200)
+// and files in flight.
+#include <malloc.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "testing/seams.h"
+#include "tests/extract/run_fixture.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define EV_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define EV_SANITIZED 1
+#endif
+#endif
+
+namespace runtest {
+namespace {
+
+using package::Entry;
+using testsupport::SignedManifest;
+
+// A 32-bit process has 4 GiB of address space: a file in flight costs its
+// 16 MiB ring and two thread stacks of 8 MiB, so about 125 fit.
+constexpr bool kNarrowAddressSpace = sizeof(void*) == 4;
+
+int Rounds(const char* variable, int fallback) {
+  const char* value = std::getenv(variable);
+  return value != nullptr && std::atoi(value) > 0 ? std::atoi(value) : fallback;
+}
+
+// `run` under a soft limit of `resource`, restored afterwards.
+RunResult Limited(int resource, uint64_t value, const std::function<RunResult()>& run) {
+  rlimit saved{};
+  getrlimit(resource, &saved);
+  rlimit limit = saved;
+  limit.rlim_cur = value;
+  EXPECT_EQ(setrlimit(resource, &limit), 0) << "limit " << resource;
+  RunResult result = run();
+  setrlimit(resource, &saved);
+  return result;
+}
+
+// Prints how many runs ended with each status.
+void Print(const char* what, std::map<_KALU_Error, int>* outcomes) {
+  printf("%s:", what);
+  for (const auto& outcome : *outcomes) {
+    printf(" %s x%d", CKALUStatus::EnumToStr(outcome.first), outcome.second);
+  }
+  printf("\n");
+  outcomes->clear();
+}
+
+// The package cut short anywhere fails (the gzip trailer is checked: even
+// the last byte missing fails). Seeded overwritten bytes, in the compressed
+// form and in the tar (compressed again, so that the damage reaches the
+// archive reader past the gzip checks; half the time inside a header, where
+// names, sizes and types live) never pass unless the files match.
+TEST_F(RunTest, DamagedPackageFailsOrWritesOnlySignedFiles) {
+  std::string tar;
+  testsupport::PackageOptions keepTar;
+  keepTar.editTar = [&](std::string* built) { tar = *built; };
+  const std::string path = m_dir.file("package.tar.gz");
+  const std::string good = testsupport::ReadFile(
+      Build({SignedManifest(), Entry::File("readme.txt", "read me\n"),
+             Entry::Generated("app.bin", 200000, 21, true), Entry::Generated("data.bin", 70000, 22),
+             Entry::File("tiny", "t")},
+            keepTar)
+          .path);
+  std::map<_KALU_Error, int> outcomes;
+  auto runOver = [&](const std::string& bytes) {
+    testsupport::WriteFile(path, bytes);
+    ClearDestination();
+    const _KALU_Error status = Run(path).status;
+    ++outcomes[status];
+    return status;
+  };
+  for (size_t i = 0; i < 40; ++i) {
+    const size_t cut = i < 20 ? good.size() * i / 20 : good.size() + 19 - i;
+    EXPECT_EQ(runOver(good.substr(0, cut)), PKG_ERR03) << "cut at " << cut;
+  }
+  Print("package cut short", &outcomes);
+
+  std::vector<size_t> headers;
+  for (size_t at = 0; at + 512 <= tar.size(); at += 512) {
+    if (tar.compare(at + 257, 5, "ustar") == 0) headers.push_back(at);
+  }
+  std::mt19937_64 random(0x5eed);
+  for (int round = 0; round < Rounds("EV_DAMAGE_ROUNDS", 200) && !HasFailure(); ++round) {
+    SCOPED_TRACE("damage round " + std::to_string(round));
+    const bool inTar = round % 2 == 1;
+    std::string bytes = inTar ? tar : good;
+    for (int damages = 1 + random() % 4; damages > 0; --damages) {
+      size_t at = inTar && random() % 2 ? headers[random() % headers.size()] + random() % 512
+                                        : random() % bytes.size();
+      for (size_t n = random() % 3 == 0 ? 1 + random() % 16 : 1; n > 0 && at < bytes.size();
+           --n, ++at) {
+        bytes[at] = static_cast<char>(random() % 2 ? random() : bytes[at] ^ (1 << random() % 8));
+      }
+    }
+    runOver(inTar ? package::GzipCompress(bytes) : bytes);
+  }
+  Print("damaged packages", &outcomes);
+}
+
+// A package of a few MiB, twice the read ring: the reader waits for the
+// extraction, and polls the abort flag, for most of the run. The destination
+// fills up (writes fail with EFBIG), the source fails part way (reads go in
+// 32 KiB units: short of the last unit data is missing, and past the read
+// that finds the end of the file nothing fails), an abort comes at any
+// moment: every run ends, failed or complete, and the process carries on.
+TEST_F(RunTest, FaultsEndTheRunFailedOrComplete) {
+  const uint64_t size = Build({SignedManifest(), Entry::Generated("image.bin", 8 << 20, 31),
+                               Entry::Generated("config.bin", 1 << 20, 32, true),
+                               Entry::File("notes.txt", "notes\n")})
+                            .size;
+  const std::string path = m_dir.file("package.tar.gz");
+  for (uint64_t limit : {uint64_t{16} << 10, uint64_t{1} << 20}) {
+    ClearDestination();
+    sighandler_t saved = signal(SIGXFSZ, SIG_IGN);  // writes past the limit fail with EFBIG
+    RunResult run = Limited(RLIMIT_FSIZE, limit, [&] { return Run(path); });
+    signal(SIGXFSZ, saved);
+    EXPECT_EQ(run.status, PKG_ERR03) << limit;
+    EXPECT_TRUE(run.Printed("Failed to write content: " + std::to_string(EFBIG) + " ")) << limit;
+  }
+  for (uint64_t budget : {uint64_t{0}, uint64_t{1}, uint64_t{32768}, size / 2, size - (64 << 10),
+                          size - 1, size + (64 << 10)}) {
+    SCOPED_TRACE("reads failing after " + std::to_string(budget));
+    ClearDestination();
+    platform::InjectReadFailureAfter(static_cast<int64_t>(budget));
+    RunResult run = Run(path);
+    platform::InjectReadFailureAfter(-1);
+    if (budget + (64 << 10) <= size) {
+      EXPECT_EQ(run.status, PKG_ERR03);
+      EXPECT_TRUE(run.Printed("Failed to read contents\n"));
+      EXPECT_TRUE(run.Logged("23:copyWithHash:Failed to read contents "));
+    } else if (budget >= size + (64 << 10)) {
+      EXPECT_EQ(run.status, KALU_NO_ERR);
+    }
+  }
+  // A few hundred bytes whose GNU sparse entry inflates to 1 TiB of zeros:
+  // after the manifest its size is refused before a byte is written; before
+  // it the walk stops once the destination is full, or at once on an abort
+  // that comes after the whole package has been read.
+  const char* bombEnds[] = {
+      "Error: entry bomb refused: declared size 1099511627776 differs from the signed size 512\n",
+      "Failed to write content: 27 ", "Extraction Interrupted.\n"};
+  for (int c = 0; c < 3; ++c) {
+    const bool manifestFirst = c == 0, abort = c == 2;
+    std::vector<Entry> entries = {Entry::File("bomb", std::string(512, 'z')), SignedManifest()};
+    if (manifestFirst) std::swap(entries[0], entries[1]);
+    testsupport::PackageOptions sparse;
+    sparse.editTar = [](std::string* tar) {
+      ASSERT_TRUE(package::MakeTarEntrySparse(tar, "bomb", uint64_t{1} << 40));
+    };
+    Build(entries, sparse);
+    ClearDestination();
+    auto aborted = std::chrono::steady_clock::now();
+    RunOptions options;
+    options.bound = std::chrono::seconds(20);
+    options.duringRun = [&] {
+      uint64_t read = 0, size = 0;
+      while (abort &&
+             !(GetExtractionProgress(&read, &size) && read == size &&
+               testsupport::FileExists(Out("bomb"))) &&
+             std::chrono::steady_clock::now() - aborted < std::chrono::seconds(10)) {
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+      }
+      aborted = std::chrono::steady_clock::now();
+      if (abort) AbortExtraction();
+    };
+    sighandler_t saved = signal(SIGXFSZ, SIG_IGN);
+    RunResult run = Limited(RLIMIT_FSIZE, abort ? uint64_t{256} << 20 : uint64_t{1} << 20,
+                            [&] { return Run(path, options); });
+    signal(SIGXFSZ, saved);
+    EXPECT_EQ(run.status, manifestFirst ? SIGN_ERR02 : PKG_ERR03) << bombEnds[c];
+    EXPECT_TRUE(run.Printed(bombEnds[c])) << bombEnds[c];
+    EXPECT_TRUE(!abort || std::chrono::steady_clock::now() - aborted < std::chrono::seconds(1));
+    EXPECT_FALSE(abort && run.Printed("Failed to write content"));
+    EXPECT_EQ(testsupport::FileExists(Out("bomb")), !manifestFirst) << bombEnds[c];
+  }
+  Build({SignedManifest(), Entry::Generated("image.bin", 8 << 20, 31),
+         Entry::Generated("config.bin", 1 << 20, 32, true), Entry::File("notes.txt", "notes\n")});
+  // The moments range over how long an undisturbed run takes.
+  const auto start = std::chrono::steady_clock::now();
+  ClearDestination();
+  ASSERT_EQ(Run(path).status, KALU_NO_ERR);
+  const auto reading = (std::chrono::steady_clock::now() - start) / std::chrono::microseconds(1);
+  std::mt19937_64 random(0xab047);
+  std::map<_KALU_Error, int> outcomes;
+  for (int round = 0; round < Rounds("EV_ABORT_ROUNDS", 30); ++round) {
+    const auto moment = std::chrono::microseconds(random() % (reading + 1));
+    ClearDestination();
+    RunOptions abort;
+    abort.duringRun = [moment] {
+      std::this_thread::sleep_for(moment);
+      AbortExtraction();
+    };
+    const _KALU_Error status = Run(path, abort).status;
+    EXPECT_TRUE(status == KALU_NO_ERR || status == PKG_ERR03) << status;
+    ++outcomes[status];
+  }
+  Print("aborted runs", &outcomes);
+}
+
+// Bytes the allocator has handed out and not had back, mapped blocks (the
+// rings) included. Resident memory would also count what an emulator keeps
+// for the threads it has run.
+uint64_t HeapBytes() {
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+// Each run also leaves no descriptor or thread behind (the fixture's check).
+TEST_F(RunTest, ConsecutiveRunsLeaveNoMemoryBehind) {
+  const std::string path =
+      Build({SignedManifest(), Entry::Generated("a.bin", 100000, 1), Entry::File("b", "b\n")}).path;
+  const int runs = Rounds("EV_LOAD_RUNS", 200);
+  uint64_t heap = 0;
+  for (int i = 0; i < runs; ++i) {
+    if (i == std::min(20, runs / 2)) heap = HeapBytes();  // after a warm-up
+    ClearDestination();
+    ASSERT_EQ(Run(path).status, KALU_NO_ERR) << "run " << i;
+  }
+  const uint64_t grown = HeapBytes() > heap ? HeapBytes() - heap : 0;
+  printf("%d runs: heap grown by %llu KiB\n", runs, static_cast<unsigned long long>(grown >> 10));
+#if !defined(EV_SANITIZED)
+  EXPECT_LT(grown, uint64_t{1} << 20);  // the sanitizers' allocators keep their own books
+#endif
+}
+
+// `count` small files and no signed manifest (one lists a few dozen files
+// at most): the run writes them all and ends with VER_ERR01.
+std::vector<Entry> ManyFiles(int count) {
+  std::vector<Entry> entries;
+  for (int i = 0; i < count; ++i) {
+    char name[32];
+    snprintf(name, sizeof name, "f%05d", i);
+    entries.push_back(Entry::Generated(name, 64 + i % 512, static_cast<uint64_t>(i)));
+  }
+  return entries;
+}
+
+// Every file holds two threads and a 16 MiB ring until the end of the
+// archive; a run that cannot get descriptors or address space fails.
+TEST_F(RunTest, ManyFilesInFlightAreWrittenWholeOrFailForWantOfResources) {
+#if defined(EV_SANITIZED)
+  const int fallback = 1000;  // ThreadSanitizer allows 8128 threads in all
+#else
+  const int fallback = kNarrowAddressSpace ? 100 : 5000;
+#endif
+  const int count = Rounds("EV_LOAD_FILES", fallback);
+  RunOptions patient;
+  patient.bound = std::chrono::seconds(300);
+  RunResult run = Run(Build(ManyFiles(count)).path, patient);
+  EXPECT_EQ(run.status, VER_ERR01);
+  EXPECT_EQ(CountEntries(m_dest.c_str()), static_cast<size_t>(count));
+  EXPECT_EQ(g_hashResult, m_expected);
+
+  ClearDestination();
+  const std::string path = Build(ManyFiles(kNarrowAddressSpace ? 60 : 600)).path;
+  run = Limited(RLIMIT_NOFILE, CountEntries("/proc/self/fd") + (kNarrowAddressSpace ? 30 : 300),
+                [&] { return Run(path); });
+  EXPECT_EQ(run.status, PKG_ERR03);
+  EXPECT_TRUE(run.Printed("Error opening file. FD: -1 / Error no: " + std::to_string(EMFILE)));
+#if !defined(EV_SANITIZED)
+  // The sanitizers reserve terabytes of address space of their own. A 32-bit
+  // process runs out of its own 4 GiB; a 64-bit one gets a head unit's worth.
+  ClearDestination();
+  Build(ManyFiles(400));
+  std::ifstream statm("/proc/self/statm");
+  uint64_t pages = 0;
+  statm >> pages;
+  const uint64_t space = pages * sysconf(_SC_PAGESIZE) + (uint64_t{3} << 30);
+  run = kNarrowAddressSpace ? Run(path) : Limited(RLIMIT_AS, space, [&] { return Run(path); });
+  EXPECT_EQ(run.status, PKG_ERR03);
+  EXPECT_TRUE(run.Printed("THashAndWriteBuffer object is failed to create \n") ||
+              run.Printed("Thread failed to create - "));
+#endif
+}
+
+}  // namespace
+}  // namespace runtest

@@ -1,0 +1,97 @@
+// The logger stand-in and the library's logging macros (mask gating, exact
+// texts to a sink and to standard error; the mask's start value from
+// HXLOG_MASK is checked by running hxlog_mask_probe), file offsets past
+// 4 GiB, and the scheduling priority of the calling thread.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sched.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/file_io.h"
+#include "platform/hxlog/hxlog.h"
+#include "platform/log.h"
+#include "platform/thread.h"
+#include "tests/testsupport/capture.h"
+#include "tests/testsupport/temp_dir.h"
+
+namespace {
+
+using testsupport::LogCapture;
+using Texts = std::vector<std::string>;
+
+void LoggingFunction(int* evaluations) {
+  EV_LOG_ENTER();
+  EV_LOG_INFO("File size : %lld Bytes", static_cast<long long>(++*evaluations));
+  EV_LOG_ERROR("Failed to read contents ");
+  EV_LOG_LEAVE();
+}
+
+// The sink gets the whole formatted text, line end included; the macros log
+// under the caller's own name at their levels, and a level whose bit is clear
+// does not even evaluate its arguments.
+TEST(HxLog, LogsWhatTheMaskLetsThroughUnderTheCallersName) {
+  int evaluations = 0;
+  {
+    LogCapture capture(0x80800000u);
+    const std::string path(3000, 'p');  // longer than any stack buffer
+    HxLog(1, 31, "PrintKALU_VersionParse_TPN", "KALU Error %d \n", 19);
+    HxLog(2, 23, "F", "Input File : %s", path.c_str());
+    LoggingFunction(&evaluations);
+    EXPECT_EQ(capture.Lines(),
+              (Texts{"31:PrintKALU_VersionParse_TPN:KALU Error 19 \n", "23:F:Input File : " + path,
+                     "23:LoggingFunction:+", "23:LoggingFunction:File size : 1 Bytes",
+                     "31:LoggingFunction:Failed to read contents ", "23:LoggingFunction:-"}));
+  }
+  LogCapture errorsOnly(0x80000000u);
+  LoggingFunction(&evaluations);
+  EXPECT_EQ(evaluations, 1);
+  EXPECT_EQ(errorsOnly.Lines(), Texts{"31:LoggingFunction:Failed to read contents "});
+}
+
+// Packages pass 4 GiB; on 32-bit targets that needs 64-bit file offsets all
+// the way down. The file is sparse, so only the written blocks take space.
+TEST(FileIo, OffsetsPastFourGibibytesAreKept) {
+  testsupport::TempDir dir;
+  const int64_t offset = int64_t{5} << 30;
+  const std::string data = "data past 4 GiB" + std::string(1009, 'x');  // two blocks
+  int out = platform::OpenForWriting(dir.file("sparse").c_str());
+  const int written = platform::WriteBlocks(out, 512, offset / 512, 2, data.data());
+  platform::Close(out);
+  if (written < 0 && errno == EFBIG) GTEST_SKIP() << "the file system holds no such file";
+  ASSERT_EQ(written, 2);
+  int in = platform::OpenReadOnly(dir.file("sparse").c_str());
+  int64_t size = -1;
+  EXPECT_EQ(platform::FileSize(in, &size), 0);
+  EXPECT_EQ(size, offset + 1024);
+  std::string read(1024, '\0');
+  EXPECT_EQ(platform::ReadBlocks(in, 512, offset / 512, 2, read.data()), 2);
+  EXPECT_EQ(read, data);
+  ASSERT_EQ(platform::SetPosition(in, offset + 512), 0);
+  EXPECT_EQ(platform::Read(in, read.data(), 1024), 512);
+  EXPECT_EQ(read.substr(0, 512), data.substr(512));
+  platform::Close(in);
+}
+
+// On a thread of its own, so that the test runner's thread is left alone: the
+// extract thread asks for a higher priority, which an unprivileged process
+// is refused, and the refusal must leave the default policy in place.
+TEST(Thread, ARefusedPriorityChangeLeavesThePolicyAlone) {
+  int policy = -1, policyAfter = -1, before = -1, result = 0, after = -1;
+  std::thread([&] {
+    sched_param param{};
+    pthread_getschedparam(pthread_self(), &policy, &param);
+    before = platform::CurrentThreadPriority();
+    result = platform::SetCurrentThreadPriority(before - 1);
+    after = platform::CurrentThreadPriority();
+    pthread_getschedparam(pthread_self(), &policyAfter, &param);
+  }).join();
+  if (policy != SCHED_OTHER) GTEST_SKIP() << "runner not under the default policy";
+  EXPECT_NE(result, 0);
+  EXPECT_EQ(std::make_tuple(before, after, policyAfter), std::make_tuple(0, 0, SCHED_OTHER));
+}
+
+}  // namespace

@@ -1,0 +1,316 @@
+// The two signature checks of Version.der and the certificate store they
+// share: verdicts, the exact texts printed and logged, the output file, and
+// the conversion of certificate times. Keys and certificates are made here.
+#include <gtest/gtest.h>
+#include <openssl/pkcs7.h>
+#include <openssl/x509v3.h>
+#include <unistd.h>
+
+#include <climits>
+#include <regex>
+#include <stdexcept>
+
+#include "status/kalu_status.h"
+#include "support/hash.h"
+#include "tests/testsupport/capture.h"
+#include "tests/testsupport/temp_dir.h"
+#include "tools/pki/pki.h"
+#include "verify/cert_store.h"
+#include "verify/unsign.h"
+#include "verify/verify_by_date.h"
+
+namespace {
+
+using Der = std::vector<unsigned char>;
+using Lines = std::vector<std::string>;
+using testsupport::ReadFile;
+
+const unsigned int kBuiltInTime = 1428426906;  // 2015-04-07 17:15:06 UTC
+// The weekday is always Sunday: the time is printed before mktime fills it.
+const char kTimeText[] = "Time [@ DER] in GMT: Sun Apr  7 17:15:06 2015\n";
+const char kManifest[] = "[Header]\r\nPartNumber=4711\n\n[Files]\nfile0=a.bin,00ff,12\n";
+
+// Root and intermediate valid 2010-2040; the signer starts at `signerStart`
+// and ended on 2017-01-01, so it has expired by now.
+struct Chain {
+  explicit Chain(pki::Seconds signerStart = kBuiltInTime,
+                 pki::Seconds middle = pki::UtcTime(2012, 1, 1))
+      : root(pki::MakeRootCa("Root", {pki::UtcTime(2010, 1, 1), pki::UtcTime(2040, 1, 1)})),
+        intermediate(pki::MakeIntermediateCa("Middle", {middle, pki::UtcTime(2040, 1, 1)}, root)),
+        signer(pki::MakeSigner("Signer", {signerStart, pki::UtcTime(2017, 1, 1)}, intermediate)) {}
+  Der Sign(std::vector<X509*> carried = {}) const {
+    return carried.empty() ? pki::SignPkcs7Der(kManifest, signer)
+                           : pki::SignPkcs7Der(kManifest, signer, carried);
+  }
+  pki::Identity root, intermediate, signer;
+};
+
+// `text` as a regular expression that matches only itself.
+std::string L(const std::string& text) {
+  return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
+}
+
+Der Encode(PKCS7* p7) {
+  Der der(static_cast<size_t>(i2d_PKCS7(p7, nullptr)));
+  unsigned char* cursor = der.data();
+  i2d_PKCS7(p7, &cursor);
+  PKCS7_free(p7);
+  return der;
+}
+
+// One call of a check: its status, its whole printed text and its third log
+// line (after the entry mark and the failed delete), as regular expressions.
+struct Case {
+  const char* name;
+  bool unsign;  // EV_Unsign_using_date, else openSSL_VerifyBasedOnDate
+  unsigned int status;
+  std::string trust;
+  const Der* der;
+  std::string printed;
+  std::string logged;
+  std::string path = "";  // the output (unsigning) or DER path, when not the default
+};
+
+class VerifyTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("TZ", "UTC", 1);
+    tzset();
+  }
+  std::string Trust(const std::vector<X509*>& certs) {
+    const std::string path = dir.file("trust" + std::to_string(++m_files) + ".pem");
+    pki::WriteCertificatesPem(path, certs);
+    return path;
+  }
+  std::string Trust(const Chain& chain) {
+    return Trust({chain.root.cert.get(), chain.intermediate.cert.get()});
+  }
+  // The unsigning check gets its DER in a 4096-byte buffer with leftovers
+  // after it, as the extract thread hands it over.
+  void Expect(const Case& c) {
+    SCOPED_TRACE(c.name);
+    testsupport::RemoveTree(manifest);
+    Der buffer = c.der != nullptr ? *c.der : Der();
+    if (c.unsign && c.der != nullptr) buffer.resize(4096, 0xA5);
+    const char* function = c.unsign ? "EV_Unsign_using_date" : "openSSL_VerifyBasedOnDate";
+    const std::string path = !c.path.empty() ? c.path : c.unsign ? manifest : der;
+    testsupport::LogCapture log;
+    testsupport::OutputCapture out;
+    auto call = c.unsign ? EV_Unsign_using_date : openSSL_VerifyBasedOnDate;
+    EXPECT_EQ(call(path.c_str(), c.trust.c_str(), c.der != nullptr ? buffer.data() : nullptr,
+                   static_cast<int>(buffer.size())),
+              c.status);
+    const std::string printed = out.Finish();
+    EXPECT_TRUE(std::regex_match(printed, std::regex(c.printed))) << printed;
+    const Lines logged = log.Lines(function);
+    ASSERT_GE(logged.size(), 3u);
+    const std::string line = logged[2].substr(0, 3) + logged[2].substr(4 + strlen(function));
+    EXPECT_TRUE(std::regex_match(line, std::regex(c.logged))) << line;
+    if (c.status == KALU_NO_ERR && c.path.empty()) {
+      EXPECT_EQ(ReadFile(manifest), kManifest);
+    }
+  }
+
+  testsupport::TempDir dir;
+  const std::string manifest = dir.file("Version.inf"), der = dir.file("Version.der");
+  const std::string missing = dir.file("missing.pem");
+  Chain chain;
+  const Der good = chain.Sign(), garbage = Der(64, 0x30);
+  int m_files = 0;
+};
+
+// OpenSSL reads its configuration at most once per process, on first use;
+// this test runs first and, under CTest, in a process of its own, so the
+// library's call is the first. A configuration that leaves OpenSSL only the
+// null provider (no algorithms) would fail the check if it were read.
+TEST(OpenSslStart, ConfigurationNamedInTheEnvironmentIsNotRead) {
+  testsupport::TempDir dir;
+  testsupport::WriteFile(dir.file("openssl.cnf"),
+                         "openssl_conf = init\n[init]\nproviders = providers\n"
+                         "[providers]\nnull = null\n[null]\nactivate = 1\n");
+  setenv("OPENSSL_CONF", dir.file("openssl.cnf").c_str(), 1);
+  std::unique_ptr<IHash> first(makeHash("sha256"));
+  setenv("TZ", "UTC", 1);
+  Chain chain;
+  const std::string trust = dir.file("trust.pem");
+  pki::WriteCertificatesPem(trust, {chain.root.cert.get(), chain.intermediate.cert.get()});
+  const Der der = chain.Sign();
+  testsupport::OutputCapture out;
+  EXPECT_EQ(EV_Unsign_using_date(dir.file("Version.inf").c_str(), trust.c_str(), der.data(),
+                                 static_cast<int>(der.size())),
+            KALU_NO_ERR);
+  unsetenv("OPENSSL_CONF");
+}
+
+// The signer re-issued for server authentication instead of e-mail protection.
+void ReissueForServers(Chain& chain) {
+  X509* cert = chain.signer.cert.get();
+  X509_EXTENSION_free(X509_delete_ext(cert, X509_get_ext_by_NID(cert, NID_ext_key_usage, -1)));
+  X509_EXTENSION* usage = X509V3_EXT_nconf_nid(nullptr, nullptr, NID_ext_key_usage, "serverAuth");
+  X509_add_ext(cert, usage, -1);
+  X509_EXTENSION_free(usage);
+  X509_sign(cert, chain.intermediate.key.get(), EVP_sha256());
+}
+
+// The unsigning check verifies at the signer's own start and wants exactly
+// one carried certificate with a signing usage; the certificate file must
+// hold the rest of the chain, any of its certificates may anchor it. The
+// built-in-time check verifies at that time, builds the chain from the
+// certificate file alone and writes the manifest beside the DER file.
+TEST_F(VerifyTest, ChecksPrintAndLogTheirVerdict) {
+  Chain late(pki::UtcTime(2016, 6, 1)), stranger, startsAfter(kBuiltInTime, kBuiltInTime + 1);
+  Chain server;
+  ReissueForServers(server);
+  const Der lateDer = late.Sign(), afterDer = startsAfter.Sign(), serverDer = server.Sign();
+  const Der two = chain.Sign({chain.signer.cert.get(), chain.intermediate.cert.get()});
+  const Der none = pki::SignPkcs7Der(kManifest, chain.signer, {});
+  PKCS7* data = PKCS7_new();
+  PKCS7_set_type(data, NID_pkcs7_data);
+  const Der plain = Encode(data);
+  PKCS7* envelope = PKCS7_new();  // an encryption algorithm is all it needs
+  PKCS7_set_type(envelope, NID_pkcs7_signedAndEnveloped);
+  X509_ALGOR_set0(envelope->d.signed_and_enveloped->enc_data->algorithm,
+                  OBJ_nid2obj(NID_aes_128_cbc), V_ASN1_UNDEF, nullptr);
+  PKCS7_add_certificate(envelope, chain.signer.cert.get());
+  const Der enveloped = Encode(envelope);
+  Der tampered = good;
+  *std::search(tampered.begin(), tampered.end(), kManifest + 18, kManifest + 22) = '5';
+
+  const std::string trust = Trust(chain), root = Trust({chain.root.cert.get()});
+  const std::string middle = Trust({chain.intermediate.cert.get()});
+  const std::string del = L("Failed Del: " + manifest + " / 2"), ok = del + L(kTimeText);
+  const std::string failed =
+      ok + L("Verification Failed PKCS7_verify() - Error Details:") + "error:[^\n]*\n";
+  const std::string failedLog =
+      L("31:Verification Failed PKCS7_verify() - Error Details:") + "error:.* ";
+  const std::string one = "More than 1 Cert @ DER, can't proceed";
+  const std::string absent = dir.file("absent/Version.inf"), notPem = dir.file("not.pem");
+  testsupport::WriteFile(notPem, "-----BEGIN NONSENSE-----\n");
+  const std::string rm = L("Remove Failed -" + manifest + " / Err: 2");
+  auto refused = [&](const std::string& file) {
+    return rm + "Verification Failure\\. Error= [0-9]+\nError details=error:[^\n]*\n" +
+           L("Verification failed on given DerFile:" + der + ", CertFile:" + file + " \n");
+  };
+  auto refusedLog = [&](const std::string& file) {
+    return L("23:Verification failed on given DerFile:" + der + ", CertFile:" + file);
+  };
+  const std::string lateTrust = Trust(late), serverTrust = Trust(server);
+  const Case cases[] = {
+      {"expired signer", true, KALU_NO_ERR, trust, &good, ok, "23:-"},
+      {"late signer", true, KALU_NO_ERR, lateTrust, &lateDer,
+       del + L("Time [@ DER] in GMT: Sun Jun  1 00:00:00 2016\n"), "23:-"},
+      {"intermediate anchor", true, KALU_NO_ERR, middle, &good, ok, "23:-"},
+      {"root alone", true, SIGN_ERR01, root, &good, failed, failedLog},
+      {"stranger", true, SIGN_ERR01, Trust(stranger), &good, failed, failedLog},
+      {"starts after", true, SIGN_ERR01, Trust(startsAfter), &afterDer, failed, failedLog},
+      {"server usage", true, SIGN_ERR01, serverTrust, &serverDer, failed, failedLog},
+      {"enveloped", true, SIGN_ERR01, trust, &enveloped, failed, failedLog},
+      {"two carried", true, SIGN_ERR01, trust, &two, del + L(one + "\n"), L("23:" + one)},
+      {"none carried", true, SIGN_ERR01, trust, &none, del + L(one + "\n"), L("23:" + one)},
+      {"no buffer", true, SIGN_ERR01, trust, nullptr, del + "Version Der Buffer is NULL\n",
+       "23:Version Der Buffer is NULL"},
+      {"garbage", true, SIGN_ERR01, trust, &garbage,
+       del + "failed to create PKCS7 structure from given DER Buffer\n",
+       "31:failed to create PKCS7 structure from given DER Buffer"},
+      {"missing trust", true, SIGN_ERR01, missing, &good,
+       del + L("Error loading file " + missing + "\nFailed to create X509_STORE!\n"),
+       L("31:Failed to create X509_STORE!")},
+      {"plain data", true, SIGN_ERR01, trust, &plain,
+       del + L("Value of l_p7type = 21\n" + one + "\n"), "23:Value of l_p7type = 21"},
+      {"unwritable", true, KALU_NO_ERR, trust, &good,
+       L("Failed Del: " + absent + " / 2" + kTimeText + "Failed to create output file:" + absent +
+         "\n "),
+       L("31:Failed to create output file:" + absent + " "), absent},
+      {"expired signer", false, KALU_NO_ERR, trust, &good, rm, "23:-"},
+      {"intermediate anchor", false, KALU_NO_ERR, middle, &two, rm, "23:-"},
+      {"carried certificates", false, SIGN_ERR01, root, &two, refused(root), refusedLog(root)},
+      {"after built-in time", false, SIGN_ERR01, lateTrust, &lateDer, refused(lateTrust),
+       refusedLog(lateTrust)},
+      {"server usage", false, SIGN_ERR01, serverTrust, &serverDer, refused(serverTrust), ".*"},
+      {"tampered", false, SIGN_ERR01, trust, &tampered, refused(trust), ".*"},
+      {"no buffer", false, SIGN_ERR01, trust, nullptr, rm + "ERR: File open failed\n",
+       "31:ERR: File open failed"},
+      {"garbage", false, SIGN_ERR01, trust, &garbage, rm + "ERR: Extracing PKCS7 failed\n",
+       "31:ERR: Extracing PKCS7 failed"},
+      {"not PEM", false, SIGN_ERR01, notPem, &good,
+       rm + L("Error loading file " + notPem + "\nERR: Failed to create store!"),
+       L("31:ERR: Failed to create store!")},
+      {"unwritable", false, KALU_NO_ERR, trust, &good,
+       L("Remove Failed -" + absent + " / Err: 2ERR: Failed to create output file!\n"),
+       L("31:ERR: Failed to create output file!"), dir.file("absent/Version.der")},
+  };
+  for (const Case& c : cases) Expect(c);
+}
+
+// Both delete a stale output first, even when the check then fails; the
+// built-in-time check replaces the last three characters of the DER path
+// (a shorter path throws before anything is deleted).
+TEST_F(VerifyTest, OutputIsDeletedFirstAndNamedAfterTheDerPath) {
+  for (auto check : {EV_Unsign_using_date, openSSL_VerifyBasedOnDate}) {
+    testsupport::WriteFile(manifest, "stale");
+    testsupport::OutputCapture out;
+    const std::string path = check == EV_Unsign_using_date ? manifest : der;
+    EXPECT_EQ(check(path.c_str(), missing.c_str(), good.data(), static_cast<int>(good.size())),
+              SIGN_ERR01);
+    EXPECT_EQ(out.Finish().rfind("Error loading file", 0), 0u);  // no failed delete first
+    EXPECT_FALSE(testsupport::FileExists(manifest));
+  }
+  char cwd[PATH_MAX];
+  ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
+  ASSERT_EQ(chdir(dir.path().c_str()), 0);
+  const std::string trust = Trust(chain);
+  testsupport::WriteFile("a", "keep");
+  testsupport::OutputCapture out;
+  EXPECT_EQ(openSSL_VerifyBasedOnDate("abc", trust.c_str(), good.data(), int(good.size())),
+            KALU_NO_ERR);
+  for (const char* path : {"ab", ""}) {
+    EXPECT_THROW(openSSL_VerifyBasedOnDate(path, trust.c_str(), good.data(), int(good.size())),
+                 std::out_of_range);
+  }
+  EXPECT_EQ(out.Finish(), "Remove Failed -inf / Err: 2");
+  EXPECT_EQ(ReadFile("inf") + ReadFile("a"), kManifest + std::string("keep"));
+  EXPECT_EQ(chdir(cwd), 0);
+}
+
+// Converts `text` as an ASN.1 string of `type`.
+unsigned int Convert(int type, const std::string& text) {
+  ASN1_STRING* time = ASN1_STRING_type_new(type);
+  ASN1_STRING_set(time, text.data(), static_cast<int>(text.size()));
+  unsigned int seconds = 7;
+  EXPECT_EQ(EVGetTimefrmASN1Format(time, seconds), 0);
+  ASN1_STRING_free(time);
+  return seconds;
+}
+
+// Other types start at the month of 1900 (all ones where time_t cannot hold
+// it); a short text reads as NULs and is never read past (AddressSanitizer
+// builds catch that); the process's zone counts.
+TEST_F(VerifyTest, CertificateTimesAreConvertedInTheProcesssZone) {
+  {
+    testsupport::LogCapture log;
+    testsupport::OutputCapture out;
+    EXPECT_EQ(Convert(V_ASN1_UTCTIME, "150407171506Z"), kBuiltInTime);
+    EXPECT_EQ(out.Finish(), kTimeText);
+    const std::string at = "23:EVGetTimefrmASN1Format:";
+    EXPECT_EQ(log.Lines(), (Lines{at + "+", at + kTimeText, at + "-"}));
+  }
+  testsupport::OutputCapture quiet;
+  const bool wide = sizeof(time_t) == 8;
+  const std::tuple<int, std::string, unsigned int> cases[] = {
+      {V_ASN1_UTCTIME, "700101000000Z", 0u},
+      {V_ASN1_UTCTIME, "991231235959Z", 946684799u},
+      {V_ASN1_UTCTIME, "000101000000Z", 946684800u},
+      {V_ASN1_UTCTIME, "691231235959Z", wide ? 3155759999u : 0xFFFFFFFFu},
+      {V_ASN1_GENERALIZEDTIME, "20150407171506.75+0200", kBuiltInTime},
+      {V_ASN1_OCTET_STRING, "0407171506", wide ? 2094335002u : 0xFFFFFFFFu},
+      {V_ASN1_GENERALIZEDTIME, "2015", Convert(V_ASN1_GENERALIZEDTIME, {"2015\0\0\0\0\0", 9})}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(Convert(std::get<0>(c), std::get<1>(c)), std::get<2>(c)) << std::get<1>(c);
+  }
+  Convert(V_ASN1_UTCTIME, "");
+  setenv("TZ", "UTC-2", 1);  // two hours east, no daylight saving
+  tzset();
+  EXPECT_EQ(Convert(V_ASN1_UTCTIME, "150407171506Z"), kBuiltInTime - 7200u);
+}
+
+}  // namespace
