@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/testsupport/capture.h"
@@ -73,9 +74,9 @@ TEST_F(VersionTpnTest, ReadsHeaderAndFilesWithoutLeakingLineEnds) {
   std::string text;
   for (int n = 1; n <= 12; ++n) text += "File" + std::to_string(n) + "=f.bin\n";
   ASSERT_EQ(Parse(text + "File12 Size=12\n", &twelve), KALU_NO_ERR);
-  EXPECT_EQ(twelve.m_nFileCount, 12);
-  EXPECT_EQ(twelve.m_vecFileInfo[11].ullFileSize, 12u);
-  EXPECT_EQ(twelve.m_nImgFileIndex, 0);
+  EXPECT_EQ(std::make_tuple(twelve.m_nFileCount, twelve.m_vecFileInfo[11].ullFileSize,
+                            twelve.m_nImgFileIndex),
+            std::make_tuple(12, uint64_t{12}, 0));
 }
 
 // A nameless entry ends the list only when its hash is empty and its size
@@ -103,10 +104,9 @@ TEST_F(VersionTpnTest, FailuresKeepWhatWasReadBefore) {
   EXPECT_FALSE(manifest.m_bVersionInfFound);
   ASSERT_EQ(Parse("Type=kept\nPre-Script=pre.sh\nFile1=a\nFile2=b.img\n", &manifest), KALU_NO_ERR);
   EXPECT_EQ(manifest.KALU_Parse_INF(missing.c_str()), VER_ERR01);
-  EXPECT_TRUE(manifest.m_bVersionInfFound);
-  EXPECT_FALSE(manifest.m_bHasPreScript);
-  EXPECT_EQ(manifest.m_strType, "kept");
-  EXPECT_EQ(manifest.m_vecFileInfo.size(), 2u);
+  EXPECT_EQ(std::make_tuple(manifest.m_bVersionInfFound, manifest.m_bHasPreScript,
+                            manifest.m_strType, manifest.m_vecFileInfo.size()),
+            std::make_tuple(true, false, std::string("kept"), size_t{2}));
 
   EXPECT_EQ(Parse("Version Number=9\nPre-Script=other.sh\nPost-Script=post.sh\n"
                   "File1=c\nFile1 Hash Value=" + kHashA + "\nFile2 Size=10\n", &manifest),
@@ -114,8 +114,7 @@ TEST_F(VersionTpnTest, FailuresKeepWhatWasReadBefore) {
   EXPECT_EQ(manifest.m_vecFileInfo.capacity(), 0u);
   EXPECT_EQ(manifest.m_mapFileHash, (Hashes{{"a", ""}, {"b.img", ""}, {"c", kHashA}}));
   EXPECT_EQ(manifest.m_strVersionNumber + manifest.m_strPreScript, "9other.sh");
-  EXPECT_EQ(manifest.m_nFileCount, 2);
-  EXPECT_EQ(manifest.m_nImgFileIndex, 1);
+  EXPECT_EQ(std::make_pair(manifest.m_nFileCount, manifest.m_nImgFileIndex), std::make_pair(2, 1));
   EXPECT_FALSE(manifest.m_bHasPreScript || manifest.m_bHasPostScript);
   ASSERT_EQ(Parse("Type=second\nFile1=a\n", &manifest), KALU_NO_ERR);
   EXPECT_EQ(manifest.m_strType, "second");
@@ -124,8 +123,7 @@ TEST_F(VersionTpnTest, FailuresKeepWhatWasReadBefore) {
 
 // The invalid-entry path has no exit mark.
 TEST_F(VersionTpnTest, ParsesPrintTheLocationAndFailuresTheStatusNumber) {
-  const std::string good = dir.file("good.inf"), bad = dir.file("bad.inf");
-  const std::string missing = dir.file("missing.inf");
+  const std::string good = dir.file("good.inf"), bad = dir.file("bad.inf"), missing = dir.file("m");
   testsupport::WriteFile(good, "File1=a\n");
   testsupport::WriteFile(bad, "File1 Hash Value=x\n");
   testsupport::LogCapture log;
