@@ -12,9 +12,7 @@ namespace testsupport {
 namespace fs = std::filesystem;
 
 TempDir::TempDir() {
-  const char* base = getenv("TMPDIR");
-  std::string pattern =
-      std::string(base != nullptr && *base != 0 ? base : "/tmp") + "/ev_test_XXXXXX";
+  std::string pattern = (fs::temp_directory_path() / "ev_test_XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
   m_path = pattern;
 }

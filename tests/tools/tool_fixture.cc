@@ -64,15 +64,13 @@ ToolTest::ToolTest() : m_signing(Path("trust.pem")) {
 
 ToolRun ToolTest::Run(const std::vector<std::string>& args, const std::vector<std::string>& env,
                       const std::function<void(pid_t)>& whileRunning) {
-  const std::string outPath = Path("tool.out");
-  const std::string errPath = Path("tool.err");
-  pid_t pid = Spawn(args, env, outPath, errPath);
+  pid_t pid = Spawn(args, env, Path("tool.out"), Path("tool.err"));
   if (whileRunning) whileRunning(pid);
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, testsupport::ReadFile(outPath),
-          testsupport::ReadFile(errPath)};
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, testsupport::ReadFile(Path("tool.out")),
+          testsupport::ReadFile(Path("tool.err"))};
 }
 
 std::string ToolTest::Input(const std::string& name, const std::string& contents) {

@@ -57,14 +57,13 @@ class ToolTest : public ::testing::Test {
                            const std::vector<std::pair<std::string, std::string>>& stored);
 
   std::string Path(const std::string& name) const { return m_dir.file(name); }
-  const std::string& trust() const { return m_trust; }
+  const std::string& trust() const { return m_signing.certFile(); }
 
   testsupport::ErrorReportLock m_reportLock;  // first: held until the end
   testsupport::TempDir m_dir;
   testsupport::TestSigner m_signing;
   const pki::Identity& m_root = m_signing.root();
   const pki::Identity& m_signer = m_signing.signer();
-  std::string m_trust = m_signing.certFile();
   std::string m_signerCert = Path("signer.pem");
   std::string m_signerKey = Path("signer.key");
 };
