@@ -38,15 +38,7 @@ EntryVerdict AdmitEntry(const std::string& name, int64_t declaredSize, const cha
   }
   if (manifest == nullptr) return EntryVerdict();
   const _stVersionInfFileInfo* listed = FirstListing(*manifest, name);
-  if (listed == nullptr) return Refused(SIGN_ERR02, "not listed in the signed manifest");
-  if (static_cast<uint64_t>(declaredSize) != listed->ullFileSize) {
-    return Refused(SIGN_ERR02, "declared size " + std::to_string(declaredSize) +
-                                   " differs from the signed size " +
-                                   std::to_string(listed->ullFileSize));
-  }
-  EntryVerdict verdict;
-  verdict.byteLimit = listed->ullFileSize;
-  return verdict;
+  return JudgeAgainstManifest(declaredSize, listed != nullptr ? &listed->ullFileSize : nullptr);
 }
 
 std::string OversizeReason(uint64_t limit) {

@@ -16,14 +16,8 @@
 #include <cstdint>
 #include <string>
 
+#include "extract/entry_rules.h"
 #include "manifest/version_tpn.h"
-#include "status/kalu_status.h"
-
-struct EntryVerdict {
-  _KALU_Error status = KALU_NO_ERR;  // anything else: refused with this status
-  std::string reason;                // why it was refused
-  uint64_t byteLimit = UINT64_MAX;   // most data bytes the entry may receive
-};
 
 // `manifest` is null until the run's manifest has been parsed; `manifestPath`
 // is empty until a verified Version.inf has been written.

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "extract/entry_admission.h"
+#include "extract/entry_rules.h"
 #include "extract/file_threads.h"
 #include "extract/hash_write_buffer.h"
 #include "extract/read_buffer.h"
@@ -32,10 +33,7 @@ const char kThreadName[] = "extractThread";
 #define EXTRACT_LOG(level, ...) EV_LOG_AS(kThreadName, level, __VA_ARGS__)
 
 const size_t kPathSize = 256;
-const size_t kManifestReadSize = 4096;
 const size_t kNameCompareLength = 255;
-const char kManifestEntry[] = "Version.der";  // compared with its terminator
-const char kManifestFile[] = "Version.inf";
 
 // "<directory>/<name>", cut silently to 254 characters: the path is formed
 // in at most 255 bytes of the buffer, terminator included, and the buffer's
@@ -104,8 +102,8 @@ class EntryWalker {
   archive* m_reader;
   ReadAndExtractBuffer& m_buffer;
   bool m_bManifestSeen = false;
-  bool m_bManifestVerified = false;  // a signed manifest has been accepted
-  bool m_bManifestParsed = false;    // ... and parsed: it bounds what is written
+  size_t m_manifestPiecesAccepted = 0;  // pieces of signed manifest that verified
+  bool m_bManifestParsed = false;       // ... and parsed: it bounds what is written
   std::string m_manifestPath;        // of the verified Version.inf, once written
   unsigned char m_data[kManifestReadSize] = {};
 };
@@ -126,25 +124,24 @@ void EntryWalker::run() {
       setStatus(PKG_ERR03);
       return;
     }
-    // Directories and empty files end the run as well.
     const int64_t size = archive_entry_size(entry);
-    if (size <= 0) {
+    const char* pathname = archive_entry_pathname(entry);
+    entryName = pathname != nullptr ? pathname : "";
+    const EntryKind kind = ClassifyEntry(entryName, size);
+    if (kind == EntryKind::kEmpty) {
       setStatus(PKG_ERR03);
       printf("Error: archive_entry_size(entry) returns negative value \n");
       EXTRACT_LOG(kLogError, "Error: archive_entry_size(entry) returns negative value");
       return;
     }
-    const char* pathname = archive_entry_pathname(entry);
-    entryName = pathname != nullptr ? pathname : "";
-    // Any "..", not only a path component, ends the run, status untouched.
-    if (entryName.find("..") != std::string::npos) {
+    if (kind == EntryKind::kParentReference) {
       printf("Zip: Entry file name contains - \"..\" \n");
       EXTRACT_LOG(kLogInfo, "Zip: Entry file name contains - \"..\" ");
       return;
     }
 
     bool stop = false;
-    if (strncmp(entryName.c_str(), kManifestEntry, sizeof kManifestEntry) == 0) {
+    if (kind == EntryKind::kSignedManifest) {
       stop = handleManifest(entryName);
     } else if (!isFilteredOut(entryName)) {
       stop = extractFile(entryName, size);
@@ -178,12 +175,12 @@ bool EntryWalker::handleManifest(const std::string& name) {
       setStatus(PKG_ERR03);
       return endManifest();
     }
-    FormatPath(manifestPath, g_dstDirPath, kManifestFile);
+    FormatPath(manifestPath, g_dstDirPath, kManifestFileName);
     auto result = static_cast<_KALU_Error>(EV_Unsign_using_date(
         manifestPath, g_certificateFilePath.c_str(), m_data, static_cast<int>(kManifestReadSize)));
     if (result != KALU_NO_ERR) return refuseManifest(result);
-    if (m_bManifestVerified) return refuseSecondManifest();
-    m_bManifestVerified = true;
+    if (RefusesManifestPiece(m_manifestPiecesAccepted)) return refuseSecondManifest();
+    ++m_manifestPiecesAccepted;
     m_manifestPath = manifestPath;
     // A link planted at Version.inf was not written through; nor is it read:
     // the manifest is then missing, as when it could not be written at all.

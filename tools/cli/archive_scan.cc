@@ -19,8 +19,6 @@ struct DigestFree {
   void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
 };
 
-const char kSignedManifestName[] = "Version.der";
-
 std::string ErrorText(archive* reader) {
   const char* text = archive_error_string(reader);
   return text != nullptr ? text : "unknown libarchive error";
@@ -41,7 +39,7 @@ std::string Hex(const unsigned char* bytes, unsigned int count) {
 bool ReadEntryData(archive* reader, ScannedEntry& entry, ArchiveScan& scan) {
   std::unique_ptr<EVP_MD_CTX, DigestFree> digest(EVP_MD_CTX_new());
   EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr);
-  const bool signedManifest = entry.name == kSignedManifestName;
+  const bool signedManifest = IsSignedManifestName(entry.name);
   std::vector<unsigned char> piece(signedManifest ? kMaxSignedManifestBytes : 1 << 16);
   for (;;) {
     if (signedManifest) piece.assign(kMaxSignedManifestBytes, 0);

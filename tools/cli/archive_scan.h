@@ -11,10 +11,12 @@
 #include <string>
 #include <vector>
 
+#include "extract/entry_rules.h"
+
 namespace cli {
 
 // Largest piece of Version.der that the extractor verifies at once.
-constexpr size_t kMaxSignedManifestBytes = 4096;
+constexpr size_t kMaxSignedManifestBytes = kManifestReadSize;
 
 struct ScannedEntry {
   std::string name;

@@ -5,6 +5,7 @@
 #include <regex>
 #include <set>
 
+#include "extract/entry_rules.h"
 #include "tools/cli/archive_scan.h"
 #include "tools/cli/options.h"
 #include "tools/cli/package_check.h"
@@ -15,9 +16,6 @@ namespace cli {
 namespace fs = std::filesystem;
 
 namespace {
-
-const char kSignedManifestName[] = "Version.der";
-const char kManifestName[] = "Version.inf";
 
 bool HasLineBreak(const std::string& text) {
   return text.find_first_of("\r\n") != std::string::npos;
@@ -64,9 +62,9 @@ std::string PackedName(const std::string& path) {
   std::string name = fs::path(path).filename().string();
   const std::string refusal = NameOrSizeRefusal(name, static_cast<int64_t>(fs::file_size(path)));
   if (!refusal.empty()) throw PackRefused(path + ": " + refusal);
-  if (name == kSignedManifestName || name == kManifestName) {
+  if (name == kSignedManifestName || name == kManifestFileName) {
     throw PackRefused("a file named " + name + " cannot be packed: the package's own " +
-                      kSignedManifestName + " and the extracted " + kManifestName +
+                      kSignedManifestName + " and the extracted " + kManifestFileName +
                       " have that name");
   }
   if (HasControlCharacter(name) || IsBlank(name.front()) || IsBlank(name.back())) {

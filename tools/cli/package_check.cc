@@ -5,57 +5,89 @@
 #include <map>
 #include <set>
 
+#include "extract/entry_rules.h"
+
 namespace cli {
 
 namespace {
 
-const char kSignedManifestName[] = "Version.der";
+bool IsSignedManifest(const ScannedEntry& entry) {
+  return ClassifyEntry(entry.name, entry.declaredSize) == EntryKind::kSignedManifest;
+}
 
-bool IsSignedManifest(const ScannedEntry& entry) { return entry.name == kSignedManifestName; }
+// What the entries before the one being judged leave behind.
+struct WalkSoFar {
+  std::set<std::string> names;
+  uint64_t manifestPieces = 0;  // pieces of signed manifest read
+};
 
-// Why the extractor refuses `entry`, given the names seen before it.
-std::string Refusal(const ScannedEntry& entry, std::set<std::string>& seen) {
-  std::string why = NameOrSizeRefusal(entry.name, entry.declaredSize);
-  if (!why.empty()) return why;
-  if (!entry.regular) return "not a regular file (the extractor stops here)";
-  if (!seen.insert(entry.name).second) {
-    return IsSignedManifest(entry) ? "a second signed manifest (SIGN_ERR01)"
-                                   : "comes twice (PKG_ERR03 unless the data is the same)";
-  }
-  if (IsSignedManifest(entry) && entry.bytes > kMaxSignedManifestBytes) {
+// Why the extractor refuses a signed manifest entry: each of its pieces is
+// verified in turn, and only the package's first piece may be accepted.
+std::string ManifestRefusal(const ScannedEntry& entry, WalkSoFar& walk) {
+  const uint64_t before = walk.manifestPieces;
+  const uint64_t pieces = ManifestPieceCount(entry.bytes);
+  walk.manifestPieces += pieces;
+  if (RefusesManifestPiece(before)) return "a second signed manifest (SIGN_ERR01)";
+  if (pieces > 1 && RefusesManifestPiece(before + 1)) {
     return std::to_string(entry.bytes) + " bytes; the extractor verifies at most " +
            std::to_string(kMaxSignedManifestBytes) + " as one signed manifest (SIGN_ERR01)";
   }
   return "";
 }
 
-void CompareEntry(const ScannedEntry& entry, const _stVersionInfFileInfo& listed,
+// Why the extractor refuses `entry`, given the entries before it. A link
+// that holds data is refused as well, although the extractor would write it
+// as a plain file: a package that holds one was not meant as it reads.
+std::string Refusal(const ScannedEntry& entry, WalkSoFar& walk) {
+  std::string why = NameOrSizeRefusal(entry.name, entry.declaredSize);
+  if (!why.empty()) return why;
+  if (!entry.regular) return "not a regular file (the extractor would write it as one)";
+  if (IsSignedManifest(entry)) return ManifestRefusal(entry, walk);
+  if (!walk.names.insert(entry.name).second) {
+    return "comes twice (PKG_ERR03 unless the data is the same)";
+  }
+  return "";
+}
+
+// `listed` is the manifest's first listing of the entry's name, or null. The
+// entry is admitted as the extractor admits it, from its header before a
+// byte is written; then its bytes and digest are compared.
+void CompareEntry(const ScannedEntry& entry, const _stVersionInfFileInfo* listed,
                   PackageFindings& findings) {
-  if (listed.ullFileSize != entry.bytes) {
+  const EntryVerdict verdict =
+      JudgeAgainstManifest(entry.declaredSize, listed != nullptr ? &listed->ullFileSize : nullptr);
+  if (verdict.status != KALU_NO_ERR && listed == nullptr) {
+    findings.notInManifest.push_back(entry.name);
+  } else if (verdict.status != KALU_NO_ERR || entry.bytes != verdict.byteLimit) {
     findings.mismatched.push_back(entry.name + ": " + std::to_string(entry.bytes) +
-                                  " bytes in the archive, " + std::to_string(listed.ullFileSize) +
+                                  " bytes in the archive, " + std::to_string(listed->ullFileSize) +
                                   " in the manifest");
-  } else if (strcasecmp(listed.strHashValue.c_str(), entry.sha256.c_str()) != 0) {
+  } else if (strcasecmp(listed->strHashValue.c_str(), entry.sha256.c_str()) != 0) {
     findings.mismatched.push_back(entry.name + ": SHA-256 " + entry.sha256 +
-                                  " differs from the manifest's " + listed.strHashValue);
+                                  " differs from the manifest's " + listed->strHashValue);
   }
 }
 
 }  // namespace
 
 std::string NameOrSizeRefusal(const std::string& name, int64_t size) {
-  if (size <= 0) return "empty, a directory, a link or a device (the extractor stops here)";
-  if (name.find("..") != std::string::npos) {
-    return "name contains \"..\" (the extractor stops here)";
+  switch (ClassifyEntry(name, size)) {
+    case EntryKind::kEmpty:
+      return "empty, a directory, a link or a device (the extractor stops here)";
+    case EntryKind::kParentReference:
+      return "name contains \"..\" (the extractor stops here)";
+    case EntryKind::kSignedManifest:
+    case EntryKind::kFile:
+      break;
   }
   return "";
 }
 
 PackageFindings CheckEntries(const ArchiveScan& scan) {
   PackageFindings findings;
-  std::set<std::string> seen;
+  WalkSoFar walk;
   for (const ScannedEntry& entry : scan.entries) {
-    std::string why = Refusal(entry, seen);
+    std::string why = Refusal(entry, walk);
     if (!why.empty()) findings.refused.push_back(entry.name + ": " + why);
   }
   if (!scan.readError.empty()) findings.refused.push_back("archive damaged: " + scan.readError);
@@ -69,14 +101,12 @@ PackageFindings CheckAgainstManifest(const ArchiveScan& scan,
   for (const _stVersionInfFileInfo& file : files) listed.emplace(file.strFileName, &file);
   std::set<std::string> inArchive;
   for (const ScannedEntry& entry : scan.entries) {
-    if (IsSignedManifest(entry) || !entry.regular || entry.declaredSize <= 0) continue;
+    if (!entry.regular || ClassifyEntry(entry.name, entry.declaredSize) != EntryKind::kFile) {
+      continue;
+    }
     inArchive.insert(entry.name);
     auto found = listed.find(entry.name);
-    if (found == listed.end()) {
-      findings.notInManifest.push_back(entry.name);
-    } else {
-      CompareEntry(entry, *found->second, findings);
-    }
+    CompareEntry(entry, found != listed.end() ? found->second : nullptr, findings);
   }
   for (const auto& file : listed) {
     if (inArchive.count(file.first) == 0) findings.missing.push_back(file.first);

@@ -1,5 +1,5 @@
-// The rules by which the extractor takes or refuses a package's entries,
-// and the comparison of a package's entries with its signed manifest, as
+// The entries of a package judged by the extractor's own rules
+// (extract/entry_rules.h), and compared with its signed manifest, as
 // `inspect` reports them: an entry is good only when the extractor takes it
 // and its size and SHA-256 are those the manifest lists. Any thread.
 #ifndef TOOLS_CLI_PACKAGE_CHECK_H_
