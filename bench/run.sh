@@ -2,11 +2,13 @@
 # Times a verified extraction against what an engineer would otherwise run.
 #
 # Usage: bench/run.sh [--quick | --smoke] [--bounds] [--reps N] [--build DIR]
-#                     [--work DIR] [--packages "large many medium"] [--out FILE]
+#                     [--work DIR] [--packages "large wide many"] [--out FILE]
+#                     [--no-install]
 #
 # Builds the tools it needs (RelWithDebInfo, in build-bench unless --build),
-# installs the Debian packages it compares with when they are missing, writes
-# three signed packages with deterministic contents, and then, for each
+# installs the Debian packages it compares with when they are missing (with
+# --no-install it leaves out the commands whose tool is missing instead),
+# writes three signed packages with deterministic contents, and then, for each
 # package, runs every command of the list below in turn, the order rotated on
 # every repetition, each into a fresh destination directory under the work
 # directory (default /var/tmp/ev-bench) that is removed (and synced away)
@@ -27,15 +29,26 @@
 #              a 16 MiB ring (the file's bytes touched) per file
 #              (bench/file_threads_floor.cc)
 #
-# Reported per package and command: median wall time, median CPU time
-# (user + system), median peak resident memory of the largest process, and
-# the ratios of ours to each other command. Packages: large (one 512 MiB
-# image and three small files), many (2,000 files of 4 to 64 KiB), medium
-# (16 files of 24 MiB). Besides the build, a full run takes about two and a
-# half minutes on 2 cores (--bounds included); --quick (smaller packages, 3
-# repetitions) about 15 seconds; --smoke (tiny packages, one repetition)
-# about a second, and checks that everything runs. docs/performance.md has
-# the figures of a full run and how to read them.
+# Reported per package and command, each the median over the repetitions:
+# wall time, CPU time (user + system), peak resident memory of the largest
+# process, voluntary and involuntary context switches (GNU time's %w and %c,
+# summed over the command's processes), and the ratios of ours to each other
+# command. Packages:
+#
+#   large  made as a producer without our tools makes one (bench/stock_package.sh:
+#          openssl smime, GNU tar, gzip -6): a 384 MiB image of real binaries
+#          from /usr/lib, zeros and random bytes, 96 MiB of random bytes and
+#          18 small files
+#   wide   made the same way: 16 files of 24 MiB, half real binaries, half
+#          random bytes
+#   many   2,000 files of 4 to 64 KiB of mixed compressibility (make_package;
+#          its manifest can list only the first files, so ours fails at the end)
+#
+# Besides the build, a full run takes about four minutes on 2 cores (--bounds
+# included); --quick (packages an eighth of the size, 3 repetitions) about
+# 30 seconds; --smoke (tiny packages, one repetition) a few seconds, and checks
+# that everything runs. docs/performance.md has the figures of a full run and
+# how to read them.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -43,9 +56,10 @@ mode=full
 reps=
 build=$root/build-bench
 work=/var/tmp/ev-bench
-packages="large many medium"
+packages="large wide many"
 out=
 bounds=0
+install=1
 
 while [ $# -gt 0 ]; do
   case $1 in
@@ -56,6 +70,7 @@ while [ $# -gt 0 ]; do
     --work) work=$2; shift ;;
     --packages) packages=$2; shift ;;
     --bounds) bounds=1 ;;
+    --no-install) install=0 ;;
     --out) out=$2; shift ;;
     -h|--help) sed -n '2,/^set -euo/p' "$0" | sed '$d; s/^# \{0,1\}//'; exit 0 ;;
     *) echo "run.sh: unknown argument $1" >&2; exit 2 ;;
@@ -63,24 +78,23 @@ while [ $# -gt 0 ]; do
   shift
 done
 
-# Package sizes (make_package arguments) and repetitions of each mode.
+# Package sizes (stock_package.sh scale, make_package arguments) and
+# repetitions of each mode.
 declare -A sizes
 case $mode in
-  full)  sizes=([large]="--mib 512" [many]="--files 2000" [medium]="--files 16 --mib 24")
-         : "${reps:=5}" ;;
-  quick) sizes=([large]="--mib 64" [many]="--files 500" [medium]="--files 8 --mib 8")
-         : "${reps:=3}" ;;
-  smoke) sizes=([large]="--mib 4" [many]="--files 40" [medium]="--files 4 --mib 1")
-         : "${reps:=1}" ;;
+  full)  sizes=([large]=1 [wide]=1 [many]="--files 2000"); : "${reps:=5}" ;;
+  quick) sizes=([large]=8 [wide]=8 [many]="--files 500"); : "${reps:=3}" ;;
+  smoke) sizes=([large]=64 [wide]=64 [many]="--files 40"); : "${reps:=1}" ;;
 esac
 
 log() { echo "run.sh: $*" >&2; }
 
 for name in $packages; do
-  [ -n "${sizes[$name]:-}" ] || { log "unknown package $name (large, many or medium)"; exit 2; }
+  [ -n "${sizes[$name]:-}" ] || { log "unknown package $name (large, wide or many)"; exit 2; }
 done
 
 install_missing() {
+  [ "$install" = 1 ] || return 0
   local missing=() p
   for p in "$@"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
@@ -107,7 +121,7 @@ machine() {
   echo "- Memory: $(free -m | awk '/^Mem:/ {print $2}') MiB"
   echo "- Destination: $(df -PT "$work" | awk 'NR == 2 {print $2 " on " $1}') ($work)"
   echo "- Kernel: $(uname -sr); $(bsdtar --version | head -1); $(tar --version | head -1);" \
-       "$(pigz --version 2>&1)"
+       "$(command -v pigz >/dev/null && pigz --version 2>&1 || echo no pigz)"
 }
 
 median() {
@@ -127,8 +141,8 @@ other_load() {
     END { printf "%.0f%%", (wall > 0) ? 100 * (busy - own) / (wall * cpus) : 0 }' "$work/busy.txt"
 }
 
-# One timed command: appends "package command wall cpu rss_kib" to the
-# results. A run of ours is checked afterwards, outside the timing: every
+# One timed command: appends "package command wall cpu rss_kib voluntary
+# involuntary" to the results. A run of ours is checked afterwards, outside the timing: every
 # file must be on disk with its digest, and the run must have succeeded
 # unless the package's manifest could not list every file, when it must
 # have failed.
@@ -138,7 +152,7 @@ time_one() {
   mkdir "$dest"; sync
   local busy_before busy_after
   busy_before=$(busy_ticks)
-  pkg=$pkg dest=$dest sums=$sums /usr/bin/time -f '%e %U %S %M' -o "$work/time.out" \
+  pkg=$pkg dest=$dest sums=$sums /usr/bin/time -f '%e %U %S %M %w %c' -o "$work/time.out" \
     sh -c "$script" || status=$?
   busy_after=$(busy_ticks)
   if [ "$label" = ours ]; then
@@ -151,8 +165,9 @@ time_one() {
     fi
   fi
   [ "$status" = 0 ] || { log "$label failed on $name (exit $status)"; exit 1; }
-  read -r wall user sys rss < <(tail -1 "$work/time.out")
-  echo "$name $label $wall $(awk -v u="$user" -v s="$sys" 'BEGIN { print u + s }') $rss" >>"$results"
+  read -r wall user sys rss voluntary involuntary < <(tail -1 "$work/time.out")
+  echo "$name $label $wall $(awk -v u="$user" -v s="$sys" 'BEGIN { print u + s }') $rss" \
+    "$voluntary $involuntary" >>"$results"
   echo "$wall $user $sys $((busy_after - busy_before))" >>"$work/busy.txt"
   rm -rf "$dest"; sync
 }
@@ -160,9 +175,15 @@ time_one() {
 bench_package() {
   local name=$1 listed total
   log "writing the $name package (${sizes[$name]})"
-  # shellcheck disable=SC2086  # the sizes are several words
-  read -r listed total < <("$build/bench/make_package" ${sizes[$name]} "$name" "$work/$name.pkg" \
-                            "$work/cert.pem" "$work/$name.sums")
+  if [ "$name" = many ]; then
+    # shellcheck disable=SC2086  # the sizes are several words
+    read -r listed total < <("$build/bench/make_package" ${sizes[$name]} "$name" \
+                              "$work/$name.pkg" "$work/cert.pem" "$work/$name.sums")
+  else
+    "$root/bench/stock_package.sh" "$name" "${sizes[$name]}" "$work"
+    listed=$(wc -l <"$work/$name.sums")
+    total=$listed
+  fi
   # A run whose manifest lists only some files extracts them all and then
   # fails its final check; ours is expected to end so.
   complete[$name]=$((listed == total))
@@ -170,42 +191,43 @@ bench_package() {
     notes+=("- $name: the signed manifest lists $listed of $total files (Version.der is read in one piece of 4096 bytes), so ours extracts, hashes and writes every file and then fails its final check.")
   fi
   cat "$work/$name.pkg" >/dev/null  # every command starts from the page cache
-  local scripts=(
-    "exec '$cli' extract --cert '$work/cert.pem' --quiet \"\$pkg\" \"\$dest\" >/dev/null 2>>'$work/ours.err'"
-    'bsdtar -xzf "$pkg" -C "$dest" && sync'
-    'tar -xzf "$pkg" -C "$dest" && cd "$dest" && sha256sum --quiet -c "$sums" && sync'
-    'pigz -dc "$pkg" >/dev/null'
+  local -A scripts=(
+    [ours]="exec '$cli' extract --cert '$work/cert.pem' --quiet \"\$pkg\" \"\$dest\" >/dev/null 2>>'$work/ours.err'"
+    [bsdtar]='bsdtar -xzf "$pkg" -C "$dest" && sync'
+    [tar+sha]='tar -xzf "$pkg" -C "$dest" && cd "$dest" && sha256sum --quiet -c "$sums" && sync'
+    [pigz]='pigz -dc "$pkg" >/dev/null'
   )
   if [ "$bounds" = 1 ]; then
     # The parts of a run one at a time, over a copy extracted beforehand.
     rm -rf "$work/src"; mkdir -p "$work/src"; bsdtar -xzf "$work/$name.pkg" -C "$work/src"; sync
     scripts+=(
-      'bsdtar -xOzf "$pkg" >/dev/null'
-      "cd '$work/src' && openssl dgst -sha256 -r * >/dev/null"
-      "cp -R '$work/src/.' \"\$dest\" && sync"
-      "exec '$build/bench/file_threads_floor' '$work/src'"
+      [inflate]='bsdtar -xOzf "$pkg" >/dev/null'
+      [sha256]="cd '$work/src' && openssl dgst -sha256 -r * >/dev/null"
+      [write+sync]="cp -R '$work/src/.' \"\$dest\" && sync"
+      [files]="exec '$build/bench/file_threads_floor' '$work/src'"
     )
   fi
   local rep i k
   for ((rep = 0; rep < reps; rep++)); do
     for ((i = 0; i < ${#labels[@]}; i++)); do
       k=$(((i + rep) % ${#labels[@]}))
-      time_one "$name" "${labels[k]}" "${scripts[k]}"
+      time_one "$name" "${labels[k]}" "${scripts[${labels[k]}]}"
     done
     log "$name: repetition $((rep + 1)) of $reps done"
   done
   rm -rf "$work/$name.pkg" "$work/src"
 }
 
-# Median of column `col` (3 wall, 4 cpu, 5 rss) for one package and command.
+# Median of column `col` (3 wall, 4 cpu, 5 rss, 6 voluntary and 7
+# involuntary switches) for one package and command.
 stat_of() {
   awk -v p="$1" -v c="$2" -v col="$3" '$1 == p && $2 == c { print $col }' "$results" | median
 }
 
 report() {
-  echo "| package | command | wall s | CPU s | peak RSS MiB | ours / command, wall | ours / command, CPU |"
-  echo "|---|---|---:|---:|---:|---:|---:|"
-  local name label ours_wall ours_cpu wall cpu rss
+  echo "| package | command | wall s | CPU s | peak RSS MiB | vol. switches | invol. switches | ours / command, wall | ours / command, CPU |"
+  echo "|---|---|---:|---:|---:|---:|---:|---:|---:|"
+  local name label ours_wall ours_cpu wall cpu rss vol invol
   for name in $packages; do
     ours_wall=$(stat_of "$name" ours 3)
     ours_cpu=$(stat_of "$name" ours 4)
@@ -213,11 +235,14 @@ report() {
       wall=$(stat_of "$name" "$label" 3)
       cpu=$(stat_of "$name" "$label" 4)
       rss=$(stat_of "$name" "$label" 5)
-      awk -v n="$name" -v l="$label" -v w="$wall" -v c="$cpu" -v r="$rss" \
-          -v ow="$ours_wall" -v oc="$ours_cpu" 'BEGIN {
+      vol=$(stat_of "$name" "$label" 6)
+      invol=$(stat_of "$name" "$label" 7)
+      awk -v n="$name" -v l="$label" -v w="$wall" -v c="$cpu" -v r="$rss" -v vs="$vol" \
+          -v is="$invol" -v ow="$ours_wall" -v oc="$ours_cpu" 'BEGIN {
         rw = (l == "ours" || w == 0) ? "" : sprintf("%.2f", ow / w)
         rc = (l == "ours" || c == 0) ? "" : sprintf("%.2f", oc / c)
-        printf "| %s | %s | %.2f | %.2f | %.1f | %s | %s |\n", n, l, w, c, r / 1024, rw, rc
+        printf "| %s | %s | %.2f | %.2f | %.1f | %d | %d | %s | %s |\n", n, l, w, c, r / 1024, vs,
+          is, rw, rc
       }'
     done
   done
@@ -228,23 +253,30 @@ goal() {  # goal TEXT VALUE LIMIT
     printf "- %s: %.2f (goal at most %s): %s\n", t, v, m, (v <= m ? "met" : "missed") }'
 }
 
+ratio() {  # ratio PACKAGE COMMAND: wall of ours over the command's
+  awk -v a="$(stat_of "$1" ours 3)" -v b="$(stat_of "$1" "$2" 3)" 'BEGIN { print a / b }'
+}
+
 goals() {
+  local name
+  for name in large wide; do
+    case " $packages " in *" $name "*)
+      goal "$name, wall ours / bsdtar" "$(ratio "$name" bsdtar)" 1.05
+      goal "$name, peak RSS of ours in MiB" \
+        "$(awk -v a="$(stat_of "$name" ours 5)" 'BEGIN { print a / 1024 }')" 48 ;;
+    esac
+  done
   case " $packages " in *" large "*)
-    goal "large, wall ours / bsdtar" \
-      "$(awk -v a="$(stat_of large ours 3)" -v b="$(stat_of large bsdtar 3)" 'BEGIN { print a / b }')" 1.05
-    goal "large, wall ours / tar+sha" \
-      "$(awk -v a="$(stat_of large ours 3)" -v b="$(stat_of large tar+sha 3)" 'BEGIN { print a / b }')" 0.5
-    goal "large, peak RSS of ours in MiB" \
-      "$(awk -v a="$(stat_of large ours 5)" 'BEGIN { print a / 1024 }')" 48 ;;
+    goal "large, wall ours / tar+sha" "$(ratio large tar+sha)" 0.5 ;;
   esac
   case " $packages " in *" many "*)
-    goal "many, wall ours / bsdtar" \
-      "$(awk -v a="$(stat_of many ours 3)" -v b="$(stat_of many bsdtar 3)" 'BEGIN { print a / b }')" 1.5 ;;
+    goal "many, wall ours / bsdtar" "$(ratio many bsdtar)" 1.5 ;;
   esac
 }
 
 declare -A complete=()
-labels=(ours bsdtar tar+sha pigz)
+labels=(ours bsdtar tar+sha)
+if [ "$install" = 1 ] || command -v pigz >/dev/null; then labels+=(pigz); fi
 [ "$bounds" = 0 ] || labels+=(inflate sha256 write+sync files)
 runs=0
 invocation=$(date +%s%N)  # destination names never repeat an earlier run's

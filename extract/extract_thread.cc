@@ -47,22 +47,6 @@ bool IsInterestedFile(const std::string& name) {
   return strncmp(name.c_str(), g_interesetedFileName.c_str(), kNameCompareLength) == 0;
 }
 
-// Starts one thread of a file's pipeline with an argument block of its own,
-// which the thread frees. When the thread cannot start, the block is freed
-// here and the buffer told to stop copying: nobody would pass its filled
-// chunks on, and the filler would wait for them for ever.
-template <typename Args>
-bool StartFileThread(HashAndWriteBuffer* file, const char* name, void* (*entry)(void*),
-                     Args* args, pthread_t* id) {
-  if (pthread_create(id, nullptr, entry, args) == 0) return true;
-  int error = errno;
-  printf("%s failed to create - %d", name, error);
-  EXTRACT_LOG(kLogError, "%s failed to create - %d", name, error);
-  delete args;
-  file->stopCopy();
-  return false;
-}
-
 // The pipeline of one file, or null when it cannot be made. The object is
 // allocated without throwing; its 16 MiB ring and its locks may still be
 // refused when many files are in flight (a 32-bit address space holds only
@@ -273,13 +257,7 @@ bool EntryWalker::extractFile(const std::string& name, int64_t declaredSize) {
   }
   m_buffer.setHashAndWriteBuffer(nullptr);
   m_buffer.setHashAndWriteBuffer(file);
-  file->m_bHashThreadStarted =
-      StartFileThread(file, "hashThread", hashThread,
-                      new HashThreadArgs{file, file->m_pHash, 0}, &file->m_hashThreadId);
-  file->m_bWriterThreadStarted = StartFileThread(
-      file, "writerThread", writerThread,
-      new WriterThreadArgs{file, *file->m_pFileHandle, &file->m_ullBytesWritten},
-      &file->m_writerThreadId);
+  StartFileThreads(file);
   g_vectorOfTHashAndWriteBuffer.push_back(file);
   return copyEntryData(name, verdict.byteLimit);
 }
@@ -303,7 +281,10 @@ bool EntryWalker::copyEntryData(const std::string& name, uint64_t byteLimit) {
     unsigned char* chunk = file->nextCopy();
     if (chunk == nullptr) return false;  // the source has ended
     la_ssize_t copied = archive_read_data(m_reader, chunk, HashAndWriteBuffer::kChunkSize);
-    if (copied == 0) return false;
+    if (copied == 0) {
+      file->copyComplete();
+      return false;
+    }
     if (copied < 0) {
       printf("Problem extracting file\n");
       EXTRACT_LOG(kLogInfo, "Problem extracting file");

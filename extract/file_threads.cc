@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "extract/hash_write_buffer.h"
+#include "extract/ring_pool.h"
 #include "extract/run_state.h"
 #include "extract/run_state_internal.h"
 #include "extract/run_stop.h"
@@ -66,15 +67,26 @@ Args TakeArgs(void* argument) {
   return args;
 }
 
-void ReleaseIfHeld(Mutex& lock, bool& held) {
-  if (!held) return;
-  held = false;
-  pthread_mutex_unlock(lock);
+// Starts one thread of a file's pipeline with an argument block of its own,
+// which the thread frees. When the thread cannot start, the block is freed
+// here and the buffer told to stop copying: nobody would pass its filled
+// chunks on, and the filler would wait for them for ever. The failure is
+// reported as the extract thread's, which starts the file.
+template <typename Args>
+bool StartFileThread(HashAndWriteBuffer* file, const char* name, void* (*entry)(void*),
+                     Args* args, pthread_t* id) {
+  if (platform::StartThread(id, entry, args) == 0) return true;
+  int error = errno;
+  printf("%s failed to create - %d", name, error);
+  EV_LOG_AS("extractThread", kLogError, "%s failed to create - %d", name, error);
+  delete args;
+  file->stopCopy();
+  return false;
 }
 
 void JoinStartedThreads(HashAndWriteBuffer* buffer) {
-  if (buffer->m_bHashThreadStarted) pthread_join(buffer->m_hashThreadId, nullptr);
-  if (buffer->m_bWriterThreadStarted) pthread_join(buffer->m_writerThreadId, nullptr);
+  if (buffer->m_bHashThreadStarted) platform::JoinThread(buffer->m_hashThreadId);
+  if (buffer->m_bWriterThreadStarted) platform::JoinThread(buffer->m_writerThreadId);
 }
 
 // Two lower-case hex digits per digest byte; empty for a hash that computes
@@ -90,14 +102,17 @@ std::string DigestText(const IHash* hash) {
   return text;
 }
 
-void EmptyBufferList() { std::vector<HashAndWriteBuffer*>().swap(g_vectorOfTHashAndWriteBuffer); }
+// The run's rings are all back: the pages of the idle ones go back too.
+void EmptyBufferList() {
+  std::vector<HashAndWriteBuffer*>().swap(g_vectorOfTHashAndWriteBuffer);
+  FileRingPool().trim();
+}
 
 }  // namespace
 
 void* hashThread(void* argument) {
   HashThreadArgs args = TakeArgs<HashThreadArgs>(argument);
   platform::SetCurrentThreadName("hashThread");
-  pthread_cleanup_push(hash_thread_cleanup_handler, args.buffer);
   // A priority the platform refuses leaves the thread at its own; that is fine.
   platform::SetCurrentThreadPriority(args.basePriority - 1);
   for (HashAndWriteBuffer::Chunk chunk = args.buffer->nextHash(); chunk.first != nullptr;
@@ -107,7 +122,6 @@ void* hashThread(void* argument) {
   }
   args.buffer->hashFinished();
   args.hash->finish();
-  pthread_cleanup_pop(1);
   return nullptr;
 }
 
@@ -118,7 +132,6 @@ void* writerThread(void* argument) {
   WriterThreadArgs args = TakeArgs<WriterThreadArgs>(argument);
   HashAndWriteBuffer* buffer = args.buffer;
   platform::SetCurrentThreadName("writerThread");
-  pthread_cleanup_push(write_thread_cleanup_handler, buffer);
   ChunkWriter writer(args.fd);
   bool failed = false;
   for (HashAndWriteBuffer::Chunk chunk = buffer->nextRead(); chunk.first != nullptr;
@@ -139,20 +152,17 @@ void* writerThread(void* argument) {
   // Closed through the handle, which keeps -1: its own close when the buffer
   // is freed then cannot hit a descriptor opened since by another thread.
   buffer->m_pFileHandle->closeNow();
-  pthread_cleanup_pop(1);
   return nullptr;
 }
 
-void hash_thread_cleanup_handler(void* buffer) {
-  if (buffer == nullptr) return;
-  auto* owner = static_cast<HashAndWriteBuffer*>(buffer);
-  ReleaseIfHeld(owner->m_hashLock, owner->m_bHashLockHeld);
-}
-
-void write_thread_cleanup_handler(void* buffer) {
-  if (buffer == nullptr) return;
-  auto* owner = static_cast<HashAndWriteBuffer*>(buffer);
-  ReleaseIfHeld(owner->m_readLock, owner->m_bReadLockHeld);
+void StartFileThreads(HashAndWriteBuffer* file) {
+  file->m_bHashThreadStarted =
+      StartFileThread(file, "hashThread", hashThread,
+                      new HashThreadArgs{file, file->m_pHash, 0}, &file->m_hashThreadId);
+  file->m_bWriterThreadStarted = StartFileThread(
+      file, "writerThread", writerThread,
+      new WriterThreadArgs{file, *file->m_pFileHandle, &file->m_ullBytesWritten},
+      &file->m_writerThreadId);
 }
 
 bool WaitForChildThreads() {

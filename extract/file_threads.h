@@ -11,8 +11,8 @@
 // that the filler and the hasher never block, and records the failure in the
 // buffer (m_bWriteFailed).
 //
-// WaitForChildThreads and ClearHashAndWriteBuffer run on the extract thread
-// only, as do all uses of g_vectorOfTHashAndWriteBuffer and g_hashResult.
+// StartFileThreads, WaitForChildThreads and ClearHashAndWriteBuffer run on
+// the extract thread only, as do all uses of g_vectorOfTHashAndWriteBuffer and g_hashResult.
 #ifndef EXTRACT_FILE_THREADS_H_
 #define EXTRACT_FILE_THREADS_H_
 
@@ -37,10 +37,10 @@ struct WriterThreadArgs {
 void* hashThread(void* argument);
 void* writerThread(void* argument);
 
-// Release the lock that the thread holds inside nextHash / nextRead, if any;
-// do nothing for a null buffer. Run at each thread's end.
-void hash_thread_cleanup_handler(void* buffer);
-void write_thread_cleanup_handler(void* buffer);
+// Starts both threads of a new buffer (extract thread), recording their ids
+// and which of them started; a refused thread is printed and logged and
+// stops the buffer's filler.
+void StartFileThreads(HashAndWriteBuffer* file);
 
 // Finishes, joins and frees every buffer of the run in creation order,
 // recording each digest as lower-case hex text in g_hashResult (the first

@@ -1,19 +1,11 @@
 #include "extract/hash_write_buffer.h"
 
 #include <cstring>
+#include <memory>
 
 #include "platform/file_io.h"
 
 namespace {
-
-// Runs `update` under `lock` and wakes the one party waiting on `cond`.
-template <typename Update>
-void UpdateAndSignal(Mutex& lock, Cond& cond, Update update) {
-  pthread_mutex_lock(lock);
-  update();
-  pthread_cond_signal(cond);
-  pthread_mutex_unlock(lock);
-}
 
 uint32_t NextIndex(uint32_t index) { return (index + 1) % HashAndWriteBuffer::kChunkCount; }
 
@@ -22,8 +14,7 @@ uint32_t NextIndex(uint32_t index) { return (index + 1) % HashAndWriteBuffer::kC
 // The storage is left uninitialised on purpose: a small file touches only the
 // pages of the chunks it fills, not all 16 MiB.
 HashAndWriteBuffer::HashAndWriteBuffer(std::string fileName, std::string filePath)
-    : m_chunks(new unsigned char[static_cast<size_t>(kChunkCount) * kChunkSize]),
-      m_strFileName(std::move(fileName)),
+    : m_strFileName(std::move(fileName)),
       m_strFilePath(std::move(filePath)) {
   std::memset(m_filledSizes, 0, sizeof m_filledSizes);
   std::memset(m_hashedSizes, 0, sizeof m_hashedSizes);
@@ -40,94 +31,148 @@ HashAndWriteBuffer::~HashAndWriteBuffer() {
   m_pHash = nullptr;
   delete m_pFileHandle;
   m_pFileHandle = nullptr;
+  // Both threads have ended: nobody holds a chunk any more.
+  m_chunks.giveBack(m_bReturnExpected);
 }
 
 unsigned char* HashAndWriteBuffer::nextCopy() {
-  pthread_mutex_lock(m_copyLock);
+  MutexLock lock(m_copyLock);
   while (m_freeChunks == 0) {
-    if (m_bCopyStop) {
-      pthread_mutex_unlock(m_copyLock);
-      return nullptr;
-    }
-    pthread_cond_wait(m_copyCond, m_copyLock);
+    if (m_bCopyStop) return nullptr;
+    m_bFillerWaiting = true;
+    lock.wait(m_copyCond);
+    m_bFillerWaiting = false;
   }
   --m_freeChunks;
-  pthread_mutex_unlock(m_copyLock);
   return chunk(m_copyCursor);
 }
 
 void HashAndWriteBuffer::copyReady(unsigned int size) {
-  passOn(m_hashLock, m_hashCond, m_filledSizes, m_chunksToHash, m_copyCursor, size);
+  {
+    MutexLock lock(m_hashLock);
+    m_filledSizes[m_copyCursor] = size;
+    ++m_chunksToHash;
+    if (m_bHasherWaiting && m_chunksToHash >= kWakeBatch) MutexLock::signal(m_hashCond);
+  }
+  m_copyCursor = NextIndex(m_copyCursor);
+}
+
+// The ring can come back without further help only when both threads run;
+// otherwise it stays until the buffer is freed.
+void HashAndWriteBuffer::copyComplete() {
+  m_bReturnExpected = m_bHashThreadStarted && m_bWriterThreadStarted;
+  if (m_bReturnExpected) FileRingPool().expectReturn();
+  bool drained;
+  {
+    MutexLock lock(m_copyLock);
+    ++m_freeChunks;
+    m_bDataComplete = true;
+    drained = m_freeChunks == kChunkCount;
+  }
+  {
+    // The last chunks may be fewer than a batch.
+    MutexLock lock(m_hashLock);
+    if (m_bHasherWaiting) MutexLock::signal(m_hashCond);
+  }
+  if (drained) returnRing();
 }
 
 void HashAndWriteBuffer::copyFinished() {
-  UpdateAndSignal(m_hashLock, m_hashCond, [&] { m_bCopyFinished = true; });
+  MutexLock lock(m_hashLock);
+  m_bCopyFinished = true;
+  if (m_bHasherWaiting) MutexLock::signal(m_hashCond);
 }
 
 void HashAndWriteBuffer::stopCopy() {
-  UpdateAndSignal(m_copyLock, m_copyCond, [&] { m_bCopyStop = true; });
+  MutexLock lock(m_copyLock);
+  m_bCopyStop = true;
+  if (m_bFillerWaiting) MutexLock::signal(m_copyCond);
 }
 
-void HashAndWriteBuffer::passOn(Mutex& lock, Cond& cond, uint32_t* sizes, uint32_t& count,
-                                uint32_t& cursor, unsigned int size) {
-  UpdateAndSignal(lock, cond, [&] {
-    sizes[cursor] = size;
-    ++count;
-  });
-  cursor = NextIndex(cursor);
-}
-
-HashAndWriteBuffer::Chunk HashAndWriteBuffer::nextPassedOn(Mutex& lock, Cond& cond,
-                                                           uint32_t& count, const bool& finished,
-                                                           const uint32_t* sizes, uint32_t cursor,
-                                                           bool& lockHeld) {
-  pthread_mutex_lock(lock);
-  lockHeld = true;
-  while (count == 0 && !finished && !m_bCancelled) pthread_cond_wait(cond, lock);
-  Chunk result{nullptr, 0};
-  if (count != 0 && !m_bCancelled) {
-    --count;
-    result = {chunk(cursor), sizes[cursor]};
-  }
-  lockHeld = false;
-  pthread_mutex_unlock(lock);
-  return result;
-}
-
+// Filled chunks are drained before the end of data is honoured; a
+// cancellation ends the hashing at once.
 HashAndWriteBuffer::Chunk HashAndWriteBuffer::nextHash() {
-  return nextPassedOn(m_hashLock, m_hashCond, m_chunksToHash, m_bCopyFinished, m_filledSizes,
-                      m_hashCursor, m_bHashLockHeld);
+  MutexLock lock(m_hashLock);
+  while (m_chunksToHash == 0 && !m_bCopyFinished && !m_bCancelled) {
+    m_bHasherWaiting = true;
+    lock.wait(m_hashCond);
+    m_bHasherWaiting = false;
+  }
+  if (m_chunksToHash == 0 || m_bCancelled) return Chunk(nullptr, 0);
+  --m_chunksToHash;
+  m_bHashQueueEmptied = m_chunksToHash == 0;
+  return Chunk(chunk(m_hashCursor), m_filledSizes[m_hashCursor]);
 }
 
 void HashAndWriteBuffer::hashReady(unsigned int size) {
-  passOn(m_readLock, m_readCond, m_hashedSizes, m_chunksToWrite, m_hashCursor, size);
+  {
+    MutexLock lock(m_readLock);
+    m_hashedSizes[m_hashCursor] = size;
+    ++m_chunksToWrite;
+    if (m_bWriterWaiting && (m_chunksToWrite >= kWakeBatch || m_bHashQueueEmptied)) {
+      MutexLock::signal(m_readCond);
+    }
+  }
+  m_hashCursor = NextIndex(m_hashCursor);
 }
 
 void HashAndWriteBuffer::hashFinished() {
-  UpdateAndSignal(m_readLock, m_readCond, [&] { m_bHashFinished = true; });
+  MutexLock lock(m_readLock);
+  m_bHashFinished = true;
+  if (m_bWriterWaiting) MutexLock::signal(m_readCond);
 }
 
+// As nextHash, for the chunks hashed.
 HashAndWriteBuffer::Chunk HashAndWriteBuffer::nextRead() {
-  return nextPassedOn(m_readLock, m_readCond, m_chunksToWrite, m_bHashFinished, m_hashedSizes,
-                      m_readCursor, m_bReadLockHeld);
+  MutexLock lock(m_readLock);
+  while (m_chunksToWrite == 0 && !m_bHashFinished && !m_bCancelled) {
+    m_bWriterWaiting = true;
+    lock.wait(m_readCond);
+    m_bWriterWaiting = false;
+  }
+  if (m_chunksToWrite == 0 || m_bCancelled) return Chunk(nullptr, 0);
+  --m_chunksToWrite;
+  return Chunk(chunk(m_readCursor), m_hashedSizes[m_readCursor]);
 }
 
 void HashAndWriteBuffer::readReady(unsigned int size) {
-  UpdateAndSignal(m_copyLock, m_copyCond, [&] { ++m_freeChunks; });
-  UpdateAndSignal(m_checkLock, m_checkCond, [&] { m_uncheckedBytes += size; });
+  bool drained;
+  {
+    MutexLock lock(m_copyLock);
+    ++m_freeChunks;
+    drained = m_bDataComplete && m_freeChunks == kChunkCount;
+    if (m_bFillerWaiting) MutexLock::signal(m_copyCond);
+  }
+  {
+    MutexLock lock(m_checkLock);
+    m_uncheckedBytes += size;
+    if (m_bObserverWaiting) MutexLock::signal(m_checkCond);
+  }
   m_readCursor = NextIndex(m_readCursor);
+  if (drained) returnRing();
+}
+
+// Called once, by whichever party saw the last chunk come back after the
+// data was complete; no chunk is in anybody's hands.
+void HashAndWriteBuffer::returnRing() {
+  m_chunks.giveBack(m_bReturnExpected);
 }
 
 void HashAndWriteBuffer::readFinished() {
-  UpdateAndSignal(m_checkLock, m_checkCond, [&] { m_bReadFinished = true; });
+  MutexLock lock(m_checkLock);
+  m_bReadFinished = true;
+  if (m_bObserverWaiting) MutexLock::signal(m_checkCond);
 }
 
 uint64_t HashAndWriteBuffer::nextCheck() {
-  pthread_mutex_lock(m_checkLock);
-  while (m_uncheckedBytes == 0 && !m_bReadFinished) pthread_cond_wait(m_checkCond, m_checkLock);
+  MutexLock lock(m_checkLock);
+  while (m_uncheckedBytes == 0 && !m_bReadFinished) {
+    m_bObserverWaiting = true;
+    lock.wait(m_checkCond);
+    m_bObserverWaiting = false;
+  }
   uint64_t bytes = m_uncheckedBytes;
   m_uncheckedBytes = 0;
-  pthread_mutex_unlock(m_checkLock);
   return bytes;
 }
 
@@ -137,6 +182,12 @@ uint64_t HashAndWriteBuffer::nextCheck() {
 // flag at its next nextHash/nextRead and returns normally, so it can be
 // joined and the buffer freed safely.
 void HashAndWriteBuffer::CancelHashWriteThreads() {
-  UpdateAndSignal(m_hashLock, m_hashCond, [&] { m_bCancelled = true; });
-  UpdateAndSignal(m_readLock, m_readCond, [&] { m_bCancelled = true; });
+  {
+    MutexLock lock(m_hashLock);
+    m_bCancelled = true;
+    if (m_bHasherWaiting) MutexLock::signal(m_hashCond);
+  }
+  MutexLock lock(m_readLock);
+  m_bCancelled = true;
+  if (m_bWriterWaiting) MutexLock::signal(m_readCond);
 }

@@ -2,14 +2,28 @@
 //
 // One HashAndWriteBuffer per extracted file: 512 chunks of 32 KiB shared by
 // three threads. The filler (the extract thread) decompresses into free chunks
-// (nextCopy/copyReady/copyFinished), the hash thread feeds filled chunks to the
-// file's hash object (nextHash/hashReady/hashFinished), and the writer thread
-// writes hashed chunks to the destination file and frees them
+// (nextCopy/copyReady/copyComplete/copyFinished), the hash thread feeds filled
+// chunks to the file's hash object (nextHash/hashReady/hashFinished), and the
+// writer thread writes hashed chunks to the destination file and frees them
 // (nextRead/readReady/readFinished). Each count is guarded by the lock of the
 // party that waits on it; no operation holds two locks; each condition has
 // exactly one waiting party and is woken by a signal. Cursors are touched only
-// by their own party. The chunk storage is allocated without being
-// initialised, so only the chunks a file actually uses cost memory.
+// by their own party.
+//
+// Hand-offs: a party is signalled only while it waits. The filler and the
+// writer are woken for every chunk, the hasher (faster than the filler that
+// feeds it) only once kWakeBatch chunks wait for it, and the writer is also
+// woken whenever the hasher has emptied its queue; copyComplete, copyFinished,
+// hashFinished and the cancellation wake their party in any case. A party
+// that is woken takes whatever is there, so no chunk waits for ever: were all
+// three parties asleep, fewer than 3 x kWakeBatch of the 512 chunks could be
+// accounted for.
+//
+// The chunk storage comes from FileRingPool() untouched, so a small file
+// costs only the pages of the chunks it fills. Once copyComplete has been
+// called and every chunk is free again, the storage goes back to the pool
+// (by the writer, or by copyComplete itself) and is never touched again by
+// this buffer; the threads live on until they are finished and joined.
 //
 // Ownership: created by the extract thread, owned by
 // g_vectorOfTHashAndWriteBuffer once appended; freed by WaitForChildThreads or
@@ -23,22 +37,24 @@
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <utility>
 
 #include "extract/file_threads.h"
+#include "extract/ring_pool.h"
 #include "support/file_handle.h"
 #include "support/hash.h"
 #include "support/sync.h"
+#include "support/thread_annotations.h"
 #include "extract_verify_export.h"
 
 class EV_EXPORT HashAndWriteBuffer {
  public:
-  enum : uint32_t { kChunkCount = 512, kChunkSize = 32768 };
+  enum : uint32_t { kChunkCount = 512, kChunkSize = 32768, kWakeBatch = 16 };
   using Chunk = std::pair<unsigned char*, unsigned int>;
 
-  // Allocates the ring and opens `filePath` for writing (created, truncated,
+  // Takes a ring from FileRingPool() (which may wait for another file's ring
+  // to come back) and opens `filePath` for writing (created, truncated,
   // 0666 less the umask); a failed open shows only when the writer writes.
   HashAndWriteBuffer(std::string fileName, std::string filePath);
   ~HashAndWriteBuffer();
@@ -48,6 +64,9 @@ class EV_EXPORT HashAndWriteBuffer {
   // Filler (extract thread).
   unsigned char* nextCopy();  // null once copy stop is set and no chunk is free
   void copyReady(unsigned int size);
+  // The entry's data has ended: the chunk last taken by nextCopy is given
+  // back unused, and the ring returns to the pool once it has drained.
+  void copyComplete();
   void copyFinished();
   // Sets copy stop and wakes a filler waiting in nextCopy: the source has
   // ended, or nobody will give chunks back. Any thread.
@@ -74,44 +93,50 @@ class EV_EXPORT HashAndWriteBuffer {
 
   unsigned char* chunk(uint32_t index) { return m_chunks.get() + index * kChunkSize; }
 
-  // The ring; chunk i starts at i * kChunkSize.
-  std::unique_ptr<unsigned char[]> m_chunks;
-  uint32_t m_filledSizes[kChunkCount];
-  uint32_t m_hashedSizes[kChunkCount];
+  // The ring's state, in the order of its parties. Each count and flag is
+  // guarded by the lock of the party that waits on it; each cursor belongs
+  // to its party alone.
+ private:
+  // The ring; chunk i starts at i * kChunkSize. Null once given back.
+  PooledRing m_chunks;
+  uint32_t m_filledSizes[kChunkCount] GUARDED_BY(m_hashLock);
+  uint32_t m_hashedSizes[kChunkCount] GUARDED_BY(m_readLock);
 
   Mutex m_copyLock;
   Cond m_copyCond;
   uint32_t m_copyCursor = 0;
-  uint32_t m_freeChunks = kChunkCount;
+  uint32_t m_freeChunks GUARDED_BY(m_copyLock) = kChunkCount;
+  bool m_bFillerWaiting GUARDED_BY(m_copyLock) = false;
+  bool m_bDataComplete GUARDED_BY(m_copyLock) = false;
 
   Mutex m_hashLock;
   Cond m_hashCond;
   uint32_t m_hashCursor = 0;
-  uint32_t m_chunksToHash = 0;
+  uint32_t m_chunksToHash GUARDED_BY(m_hashLock) = 0;
+  bool m_bHasherWaiting GUARDED_BY(m_hashLock) = false;
 
   Mutex m_readLock;
   Cond m_readCond;
   uint32_t m_readCursor = 0;
-  uint32_t m_chunksToWrite = 0;
+  uint32_t m_chunksToWrite GUARDED_BY(m_readLock) = 0;
+  bool m_bWriterWaiting GUARDED_BY(m_readLock) = false;
 
   Mutex m_checkLock;
   Cond m_checkCond;
-  uint64_t m_uncheckedBytes = 0;
+  uint64_t m_uncheckedBytes GUARDED_BY(m_checkLock) = 0;
+  bool m_bObserverWaiting GUARDED_BY(m_checkLock) = false;
 
-  bool m_bCopyStop = false;      // copy lock
-  bool m_bCopyFinished = false;  // hash lock
-  bool m_bHashFinished = false;  // read lock
-  bool m_bReadFinished = false;  // check lock
+  bool m_bCopyStop GUARDED_BY(m_copyLock) = false;
+  bool m_bCopyFinished GUARDED_BY(m_hashLock) = false;
+  bool m_bHashFinished GUARDED_BY(m_readLock) = false;
+  bool m_bReadFinished GUARDED_BY(m_checkLock) = false;
   // Stored under the hash lock and then under the read lock, and read under
   // either; atomic because the two locks do not order each other.
   std::atomic<bool> m_bCancelled{false};
 
-  // Whether the hash thread (inside nextHash) holds the hash lock, and the
-  // writer (inside nextRead) the read lock; each touched by that thread only,
-  // so that a cleanup handler releases a lock only when its thread holds it.
-  bool m_bHashLockHeld = false;
-  bool m_bReadLockHeld = false;
-
+  // The file's threads and data, set up by the extract thread (see
+  // StartFileThreads) and read by WaitForChildThreads after the joins.
+ public:
   pthread_t m_hashThreadId{};
   pthread_t m_writerThreadId{};
   bool m_bHashThreadStarted = false;
@@ -125,14 +150,14 @@ class EV_EXPORT HashAndWriteBuffer {
   bool m_bWriteFailed = false;  // written by the writer, read after it is joined
 
  private:
-  // Publishes the chunk at `cursor` (now holding `size` bytes) to the next
-  // party, then advances the caller's own cursor outside the lock.
-  void passOn(Mutex& lock, Cond& cond, uint32_t* sizes, uint32_t& count, uint32_t& cursor,
-              unsigned int size);
-  // The wait shared by nextHash and nextRead: takes the next chunk that the
-  // previous party has passed on, draining before `finished` is honoured.
-  Chunk nextPassedOn(Mutex& lock, Cond& cond, uint32_t& count, const bool& finished,
-                     const uint32_t* sizes, uint32_t cursor, bool& lockHeld);
+  void returnRing();
+
+  // Set by copyComplete before the ring can drain: the writer then returns
+  // the ring to the pool, which counts on it.
+  bool m_bReturnExpected = false;
+  // Whether the chunk the hasher holds was the last one queued for it;
+  // touched by the hash thread only.
+  bool m_bHashQueueEmptied = false;
 };
 
 #endif  // EXTRACT_HASH_WRITE_BUFFER_H_

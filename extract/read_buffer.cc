@@ -6,18 +6,6 @@
 
 namespace {
 
-// Scoped hold of a pthread mutex for the ring's short critical sections.
-class Lock {
- public:
-  explicit Lock(Mutex& mutex) : m_mutex(mutex) { pthread_mutex_lock(m_mutex); }
-  ~Lock() { pthread_mutex_unlock(m_mutex); }
-  Lock(const Lock&) = delete;
-  Lock& operator=(const Lock&) = delete;
-
- private:
-  Mutex& m_mutex;
-};
-
 uint32_t NextIndex(uint32_t index) {
   return index + 1 == ReadAndExtractBuffer::kChunkCount ? 0 : index + 1;
 }
@@ -34,8 +22,12 @@ ReadAndExtractBuffer::~ReadAndExtractBuffer() = default;
 unsigned char* ReadAndExtractBuffer::nextWrite() {
   uint32_t index;
   {
-    Lock lock(m_writeLock);
-    while (m_freeCount == 0 && !m_bExtractStopped) pthread_cond_wait(m_freeCond, m_writeLock);
+    MutexLock lock(m_writeLock);
+    while (m_freeCount == 0 && !m_bExtractStopped) {
+      m_bProducerWaiting = true;
+      lock.wait(m_freeCond);
+      m_bProducerWaiting = false;
+    }
     if (m_bExtractStopped) return nullptr;
     index = m_writeIndex;
     --m_freeCount;
@@ -45,10 +37,10 @@ unsigned char* ReadAndExtractBuffer::nextWrite() {
 
 void ReadAndExtractBuffer::writeReady(unsigned int length) {
   {
-    Lock lock(m_extractLock);
+    MutexLock lock(m_extractLock);
     m_lengths[m_writeIndex] = length;
     ++m_filledCount;
-    pthread_cond_signal(m_filledCond);
+    if (m_bConsumerWaiting) MutexLock::signal(m_filledCond);
   }
   m_ullBytesPublished.fetch_add(length, std::memory_order_relaxed);
   // The write index belongs to the producer alone.
@@ -56,20 +48,22 @@ void ReadAndExtractBuffer::writeReady(unsigned int length) {
 }
 
 void ReadAndExtractBuffer::writeFinished() {
-  Lock lock(m_extractLock);
+  MutexLock lock(m_extractLock);
   m_bWriteFinished = true;
-  pthread_cond_signal(m_filledCond);
+  if (m_bConsumerWaiting) MutexLock::signal(m_filledCond);
 }
 
 ExtractChunk ReadAndExtractBuffer::nextExtract() {
   uint32_t index;
   uint32_t length;
   {
-    Lock lock(m_extractLock);
+    MutexLock lock(m_extractLock);
     // Published chunks are drained before the end is honoured.
     while (m_filledCount == 0) {
       if (m_bWriteFinished) return ExtractChunk{nullptr, 0};
-      pthread_cond_wait(m_filledCond, m_extractLock);
+      m_bConsumerWaiting = true;
+      lock.wait(m_filledCond);
+      m_bConsumerWaiting = false;
     }
     index = m_extractIndex;
     --m_filledCount;
@@ -80,9 +74,9 @@ ExtractChunk ReadAndExtractBuffer::nextExtract() {
 
 void ReadAndExtractBuffer::extractReady() {
   {
-    Lock lock(m_writeLock);
+    MutexLock lock(m_writeLock);
     ++m_freeCount;
-    pthread_cond_signal(m_freeCond);
+    if (m_bProducerWaiting && m_freeCount >= kWakeBatch) MutexLock::signal(m_freeCond);
   }
   // The extract index belongs to the consumer alone.
   m_extractIndex = NextIndex(m_extractIndex);
@@ -93,9 +87,9 @@ void ReadAndExtractBuffer::extractFinished() {
 }
 
 void ReadAndExtractBuffer::extractStopped() {
-  Lock lock(m_writeLock);
+  MutexLock lock(m_writeLock);
   m_bExtractStopped = true;
-  pthread_cond_signal(m_freeCond);
+  if (m_bProducerWaiting) MutexLock::signal(m_freeCond);
 }
 
 void ReadAndExtractBuffer::setHashAndWriteBuffer(HashAndWriteBuffer* buffer) {

@@ -8,6 +8,12 @@
 // flag; no operation holds both. The ring lives on the reader's stack for one
 // run and must outlive the extract thread.
 //
+// Hand-offs: a party is signalled only while it waits. The consumer, the
+// slower of the two, is woken for every chunk published; the producer only
+// once kWakeBatch chunks are free, so that it reads a batch per wake-up.
+// Were both asleep, fewer than kWakeBatch + 1 of the 128 chunks could be
+// accounted for, so neither waits for ever.
+//
 // When the consumer stops early it calls extractStopped(): a producer blocked
 // in nextWrite wakes and gets null, so no path can leave the reader waiting
 // for a chunk that nobody will give back.
@@ -20,6 +26,7 @@
 
 #include "status/kalu_status.h"
 #include "support/sync.h"
+#include "support/thread_annotations.h"
 #include "extract_verify_export.h"
 
 class HashAndWriteBuffer;
@@ -31,7 +38,7 @@ struct ExtractChunk {
 
 class EV_EXPORT ReadAndExtractBuffer {
  public:
-  enum : uint32_t { kChunkCount = 128, kChunkSize = 32768 };
+  enum : uint32_t { kChunkCount = 128, kChunkSize = 32768, kWakeBatch = 16 };
 
   ReadAndExtractBuffer();
   ~ReadAndExtractBuffer();
@@ -60,20 +67,22 @@ class EV_EXPORT ReadAndExtractBuffer {
 
  private:
   std::unique_ptr<unsigned char[]> m_data;
-  uint32_t m_lengths[kChunkCount];
+  uint32_t m_lengths[kChunkCount] GUARDED_BY(m_extractLock);
   HashAndWriteBuffer* m_pCurrentPipeline = nullptr;
 
   Mutex m_writeLock;
   Cond m_freeCond;
   uint32_t m_writeIndex = 0;
-  uint32_t m_freeCount = kChunkCount;
-  bool m_bExtractStopped = false;  // write lock
+  uint32_t m_freeCount GUARDED_BY(m_writeLock) = kChunkCount;
+  bool m_bExtractStopped GUARDED_BY(m_writeLock) = false;
+  bool m_bProducerWaiting GUARDED_BY(m_writeLock) = false;
 
   Mutex m_extractLock;
   Cond m_filledCond;
   uint32_t m_extractIndex = 0;
-  uint32_t m_filledCount = 0;
-  bool m_bWriteFinished = false;  // extract lock
+  uint32_t m_filledCount GUARDED_BY(m_extractLock) = 0;
+  bool m_bWriteFinished GUARDED_BY(m_extractLock) = false;
+  bool m_bConsumerWaiting GUARDED_BY(m_extractLock) = false;
 };
 
 #endif  // EXTRACT_READ_BUFFER_H_

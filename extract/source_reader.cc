@@ -91,7 +91,7 @@ void FillChunks(ReadAndExtractBuffer& buffer, ChunkSource& source, _KALU_Error& 
 void ReadOpenPackage(ReadAndExtractBuffer& buffer, ExtractThreadArgs& args, int fd,
                      _KALU_Error& status) {
   pthread_t extractTid;
-  if (pthread_create(&extractTid, nullptr, extractThread, &args) != 0) {
+  if (platform::StartThread(&extractTid, extractThread, &args) != 0) {
     int error = errno;
     printf("extractThread failed to create - %d", error);
     READER_LOG(kLogError, "extractThread failed to create - %d ", error);
@@ -111,7 +111,7 @@ void ReadOpenPackage(ReadAndExtractBuffer& buffer, ExtractThreadArgs& args, int 
     file.closeNow();
     // The extract thread uses the ring until it has seen the end.
     buffer.writeFinished();
-    pthread_join(extractTid, nullptr);
+    platform::JoinThread(extractTid);
     return;
   }
   printf("File size : %lld Bytes\n", static_cast<long long>(size));
@@ -129,7 +129,7 @@ void ReadOpenPackage(ReadAndExtractBuffer& buffer, ExtractThreadArgs& args, int 
   file.closeNow();
   printf("Wait extractTid thread to join\n");
   READER_LOG(kLogInfo, "Wait extractTid thread to join");
-  pthread_join(extractTid, nullptr);
+  platform::JoinThread(extractTid);
   // The extract thread may have seen an abort after the package was read;
   // the reader reports it all the same.
   if (run_stop::AbortSeen()) run_stop::ReportAbort();

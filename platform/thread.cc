@@ -9,6 +9,12 @@
 
 namespace platform {
 
+int StartThread(pthread_t* id, void* (*entry)(void*), void* argument) {
+  return pthread_create(id, nullptr, entry, argument);
+}
+
+void JoinThread(pthread_t id) { pthread_join(id, nullptr); }
+
 void SetCurrentThreadName(const char* name) {
 #if defined(__QNXNTO__)
   pthread_setname_np(pthread_self(), name);

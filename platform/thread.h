@@ -1,6 +1,7 @@
-// Thread naming and scheduling priority.
+// Starting and joining threads, their names and scheduling priority.
 //
-// On the target: pthread_setname_np, getprio and pthread_setschedprio. On
+// On the target: pthread_create, pthread_join, pthread_setname_np, getprio
+// and pthread_setschedprio. On
 // Linux the priority is the static scheduling priority of the calling thread
 // (0 under the default policy), and setting a priority the policy does not
 // allow simply fails. Each call acts on the calling thread unless a thread is
@@ -11,6 +12,14 @@
 #include <pthread.h>
 
 namespace platform {
+
+// Starts entry(argument) on a new thread with default attributes; 0 or the
+// error number of the refusal. Any thread.
+int StartThread(pthread_t* id, void* (*entry)(void*), void* argument);
+
+// Waits for a thread that StartThread started, once, and discards its
+// result. Any thread but the one joined.
+void JoinThread(pthread_t id);
 
 // Gives the calling thread a name (at most 15 characters are kept on Linux).
 void SetCurrentThreadName(const char* name);

@@ -1,4 +1,5 @@
-// Scoped owners of a POSIX mutex and condition variable.
+// Scoped owners of a POSIX mutex and condition variable, and a scoped hold
+// of such a mutex.
 //
 // The constructors throw std::runtime_error when the object cannot be
 // initialised (after printing and logging why); the destructors report a
@@ -10,8 +11,9 @@
 
 #include <pthread.h>
 #include "extract_verify_export.h"
+#include "support/thread_annotations.h"
 
-class EV_EXPORT Mutex {
+class EV_EXPORT CAPABILITY("mutex") Mutex {
  public:
   Mutex();
   ~Mutex();
@@ -19,6 +21,10 @@ class EV_EXPORT Mutex {
   Mutex& operator=(const Mutex&) = delete;
 
   operator pthread_mutex_t*() { return &m_mutex; }
+
+  // The analysis cannot see into the pthread calls; these tell it.
+  void lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS { pthread_mutex_lock(&m_mutex); }
+  void unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS { pthread_mutex_unlock(&m_mutex); }
 
  private:
   pthread_mutex_t m_mutex;
@@ -35,6 +41,22 @@ class EV_EXPORT Cond {
 
  private:
   pthread_cond_t m_cond;
+};
+
+// Holds a Mutex for the lifetime of the object, the one way the library
+// takes a lock. wait and signal act on a condition paired with that mutex.
+class SCOPED_CAPABILITY MutexLock {
+ public:
+  explicit MutexLock(Mutex& mutex) ACQUIRE(mutex) : m_mutex(mutex) { m_mutex.lock(); }
+  ~MutexLock() RELEASE() { m_mutex.unlock(); }
+  MutexLock(const MutexLock&) = delete;
+  MutexLock& operator=(const MutexLock&) = delete;
+
+  void wait(Cond& cond) { pthread_cond_wait(cond, m_mutex); }
+  static void signal(Cond& cond) { pthread_cond_signal(cond); }
+
+ private:
+  Mutex& m_mutex;
 };
 
 #endif  // SUPPORT_SYNC_H_

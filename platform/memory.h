@@ -1,0 +1,23 @@
+// Whole pages of anonymous memory, mapped and unmapped as one block.
+//
+// Used for buffers large enough that the allocator would map them anyway:
+// mapping them explicitly makes their release deterministic, so the pages
+// go back to the system the moment a buffer is no longer needed instead of
+// when the allocator decides to trim. Any thread.
+#ifndef PLATFORM_MEMORY_H_
+#define PLATFORM_MEMORY_H_
+
+#include <cstddef>
+
+namespace platform {
+
+// Private, readable and writable pages of `bytes` bytes, not yet touched (so
+// not yet resident); null when the system refuses them.
+void* MapPages(size_t bytes);
+
+// Returns a block from MapPages, `bytes` as given there, to the system.
+void UnmapPages(void* pages, size_t bytes);
+
+}  // namespace platform
+
+#endif  // PLATFORM_MEMORY_H_

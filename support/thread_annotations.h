@@ -1,0 +1,23 @@
+// Lock annotations that clang's -Wthread-safety analysis checks: which mutex
+// guards a field, which lock a function needs or takes. Other compilers see
+// nothing. The names follow clang's thread-safety documentation.
+#ifndef SUPPORT_THREAD_ANNOTATIONS_H_
+#define SUPPORT_THREAD_ANNOTATIONS_H_
+
+#if defined(__clang__)
+#define EV_THREAD_ANNOTATION(x) __attribute__((x))
+#else
+#define EV_THREAD_ANNOTATION(x)
+#endif
+
+#define CAPABILITY(x) EV_THREAD_ANNOTATION(capability(x))
+#define SCOPED_CAPABILITY EV_THREAD_ANNOTATION(scoped_lockable)
+#define GUARDED_BY(x) EV_THREAD_ANNOTATION(guarded_by(x))
+#define PT_GUARDED_BY(x) EV_THREAD_ANNOTATION(pt_guarded_by(x))
+#define REQUIRES(...) EV_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
+#define ACQUIRE(...) EV_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
+#define RELEASE(...) EV_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
+#define EXCLUDES(...) EV_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
+#define NO_THREAD_SAFETY_ANALYSIS EV_THREAD_ANNOTATION(no_thread_safety_analysis)
+
+#endif  // SUPPORT_THREAD_ANNOTATIONS_H_
