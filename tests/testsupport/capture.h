@@ -53,8 +53,9 @@ class LogCapture {
   std::vector<std::string> Lines(const std::string& function = "") const {
     std::lock_guard<std::mutex> lock(m_mutex);
     std::vector<std::string> lines;
-    for (const auto& line : m_lines) {
-      if (function.empty() || line.first == function) lines.push_back(line.second);
+    for (const std::string& line : m_lines) {
+      const bool own = line.find(":" + function + ":") == line.find(':');
+      if (function.empty() || own) lines.push_back(line);
     }
     return lines;
   }
@@ -62,13 +63,13 @@ class LogCapture {
  private:
   static void Sink(void* self, int, int level, const char* function, const char* text) {
     auto* capture = static_cast<LogCapture*>(self);
-    const std::string name = function != nullptr ? function : "";
     std::lock_guard<std::mutex> lock(capture->m_mutex);
-    capture->m_lines.emplace_back(name, std::to_string(level) + ":" + name + ":" + text);
+    const std::string name = function != nullptr ? function : "";
+    capture->m_lines.push_back(std::to_string(level) + ":" + name + ":" + text);
   }
   uint32_t m_savedMask;
   mutable std::mutex m_mutex;
-  std::vector<std::pair<std::string, std::string>> m_lines;  // function, line
+  std::vector<std::string> m_lines;
 };
 
 }  // namespace testsupport

@@ -1,5 +1,7 @@
 #include "tests/testsupport/signed_package.h"
 
+#include <openssl/x509v3.h>
+
 #include <filesystem>
 #include <utility>
 
@@ -51,6 +53,14 @@ TestSigner::TestSigner(std::string certFile)
 std::string TestSigner::Sign(const std::string& content) const {
   std::vector<unsigned char> der = pki::SignPkcs7Der(content, m_signer);
   return std::string(der.begin(), der.end());
+}
+
+void SetExtendedKeyUsage(X509* cert, const char* usage, EVP_PKEY* issuerKey) {
+  X509_EXTENSION_free(X509_delete_ext(cert, X509_get_ext_by_NID(cert, NID_ext_key_usage, -1)));
+  X509_EXTENSION* extension = X509V3_EXT_nconf_nid(nullptr, nullptr, NID_ext_key_usage, usage);
+  X509_add_ext(cert, extension, -1);
+  X509_EXTENSION_free(extension);
+  X509_sign(cert, issuerKey, EVP_sha256());
 }
 
 package::Entry SignedManifest() { return package::Entry::File("Version.der", ""); }

@@ -27,6 +27,8 @@ class TestSigner {
  public:
   explicit TestSigner(std::string certFile);  // writes the root there
   const std::string& certFile() const { return m_certFile; }
+  const pki::Identity& root() const { return m_root; }
+  const pki::Identity& signer() const { return m_signer; }
   // PKCS#7 signed data (DER) over `content`, carrying the signer only.
   std::string Sign(const std::string& content) const;
 
@@ -55,6 +57,10 @@ struct BuiltPackage {
 BuiltPackage BuildSignedPackage(const TestSigner& signer, const std::string& path,
                                 std::vector<package::Entry> entries,
                                 const PackageOptions& options = PackageOptions());
+
+// Replaces the extended key usage of `cert` by `usage` ("codeSigning"...)
+// and signs it again with `issuerKey`.
+void SetExtendedKeyUsage(X509* cert, const char* usage, EVP_PKEY* issuerKey);
 
 // The placeholder of the signed manifest in an entry list.
 package::Entry SignedManifest();

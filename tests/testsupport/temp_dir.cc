@@ -4,7 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace testsupport {
@@ -12,9 +12,7 @@ namespace testsupport {
 namespace fs = std::filesystem;
 
 TempDir::TempDir() {
-  const char* base = getenv("TMPDIR");
-  std::string pattern =
-      std::string(base != nullptr && *base != 0 ? base : "/tmp") + "/ev_test_XXXXXX";
+  std::string pattern = (fs::temp_directory_path() / "ev_test_XXXXXX").string();
   if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
   m_path = pattern;
 }
@@ -33,9 +31,7 @@ void WriteFile(const std::string& path, const std::string& contents) {
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw std::runtime_error("cannot read " + path);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 bool FileExists(const std::string& path) { return fs::exists(fs::symlink_status(path)); }

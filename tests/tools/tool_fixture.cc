@@ -25,26 +25,23 @@ namespace {
 const char kToolPath[] = EV_TOOL_PATH;
 const char kEmulator[] = EV_TOOL_EMULATOR;
 
-std::vector<std::string> CommandLine(const std::vector<std::string>& args) {
+// Pointers into `words` with a null at the end, as exec wants them.
+std::vector<char*> Pointers(std::vector<std::string>& words) {
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+pid_t Spawn(const std::vector<std::string>& args, std::vector<std::string> environment,
+            const std::string& outPath, const std::string& errPath) {
   std::vector<std::string> line;
   std::istringstream emulator(kEmulator);
   for (std::string word; emulator >> word;) line.push_back(word);
   line.push_back(kToolPath);
   line.insert(line.end(), args.begin(), args.end());
-  return line;
-}
-
-pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>& env,
-            const std::string& outPath, const std::string& errPath) {
-  std::vector<std::string> line = CommandLine(args);
-  std::vector<char*> argv;
-  for (std::string& arg : line) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  std::vector<std::string> environment(env);
   for (char** entry = environ; *entry != nullptr; ++entry) environment.push_back(*entry);
-  std::vector<char*> envp;
-  for (std::string& entry : environment) envp.push_back(entry.data());
-  envp.push_back(nullptr);
+  std::vector<char*> argv = Pointers(line), envp = Pointers(environment);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   const int flags = O_WRONLY | O_CREAT | O_TRUNC;
@@ -57,19 +54,9 @@ pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>
   return pid;
 }
 
-int ExitStatus(int waitStatus) { return WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1; }
-
 }  // namespace
 
-ToolTest::ToolTest()
-    : m_root(
-          pki::MakeRootCa("Tool Test Root", {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)})),
-      m_signer(pki::MakeSigner("Tool Test Signer",
-                               {pki::UtcTime(2022, 3, 1, 12), pki::UtcTime(2039, 1, 1)}, m_root)),
-      m_trust(Path("trust.pem")),
-      m_signerCert(Path("signer.pem")),
-      m_signerKey(Path("signer.key")) {
-  pki::WriteCertificatesPem(m_trust, {m_root.cert.get()});
+ToolTest::ToolTest() : m_signing(Path("trust.pem")) {
   pki::WriteCertificatesPem(m_signerCert, {m_signer.cert.get()});
   pki::WriteKeyPem(m_signerKey, m_signer.key.get());
   mkdir(Path("in").c_str(), 0700);
@@ -77,18 +64,13 @@ ToolTest::ToolTest()
 
 ToolRun ToolTest::Run(const std::vector<std::string>& args, const std::vector<std::string>& env,
                       const std::function<void(pid_t)>& whileRunning) {
-  const std::string outPath = Path("tool.out");
-  const std::string errPath = Path("tool.err");
-  pid_t pid = Spawn(args, env, outPath, errPath);
+  pid_t pid = Spawn(args, env, Path("tool.out"), Path("tool.err"));
   if (whileRunning) whileRunning(pid);
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
-  ToolRun run;
-  run.exitStatus = ExitStatus(status);
-  run.out = testsupport::ReadFile(outPath);
-  run.err = testsupport::ReadFile(errPath);
-  return run;
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, testsupport::ReadFile(Path("tool.out")),
+          testsupport::ReadFile(Path("tool.err"))};
 }
 
 std::string ToolTest::Input(const std::string& name, const std::string& contents) {
@@ -97,14 +79,16 @@ std::string ToolTest::Input(const std::string& name, const std::string& contents
   return path;
 }
 
+std::vector<std::string> ToolTest::PackArgs(const std::vector<std::string>& more) const {
+  std::vector<std::string> args = {"pack", "--key", m_signerKey, "--cert", m_signerCert};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
 void ToolTest::Pack(const std::string& package, const std::vector<std::string>& files,
                     const std::vector<std::string>& settings) {
-  std::vector<std::string> args = {"pack",       "--key", m_signerKey, "--cert",
-                                   m_signerCert, "--out", package};
-  for (const std::string& setting : settings) {
-    args.push_back("--set");
-    args.push_back(setting);
-  }
+  std::vector<std::string> args = PackArgs({"--out", package});
+  for (const std::string& setting : settings) args.insert(args.end(), {"--set", setting});
   args.insert(args.end(), files.begin(), files.end());
   ToolRun run = Run(args);
   ASSERT_EQ(run.exitStatus, 0) << run.err;
@@ -117,9 +101,8 @@ void ToolTest::WriteHostilePackage(const std::string& path,
   for (const auto& file : listed) {
     files.push_back({file.first, package::Sha256Hex(file.second), file.second.size()});
   }
-  std::vector<unsigned char> der = pki::SignPkcs7Der(package::ManifestText({}, files), m_signer);
   std::vector<package::Entry> entries = {
-      package::Entry::File("Version.der", std::string(der.begin(), der.end()))};
+      package::Entry::File("Version.der", m_signing.Sign(package::ManifestText({}, files)))};
   for (const auto& file : stored) entries.push_back(package::Entry::File(file.first, file.second));
   package::WritePackage(path, entries);
 }

@@ -15,12 +15,11 @@
 
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/testsupport/report_lock.h"
+#include "tests/testsupport/signed_package.h"
 #include "tests/testsupport/temp_dir.h"
-#include "tools/pki/pki.h"
 
 namespace tooltest {
 
@@ -44,6 +43,8 @@ class ToolTest : public ::testing::Test {
   ToolRun Run(const std::vector<std::string>& args, const std::vector<std::string>& env = {},
               const std::function<void(pid_t)>& whileRunning = nullptr);
 
+  // `pack` signing with the fixture's signer, followed by `more`.
+  std::vector<std::string> PackArgs(const std::vector<std::string>& more) const;
   // Writes an input file into the test's "in" directory; returns its path.
   std::string Input(const std::string& name, const std::string& contents);
   // Packs `files` into `package` with the fixture's signer; expects success.
@@ -56,15 +57,15 @@ class ToolTest : public ::testing::Test {
                            const std::vector<std::pair<std::string, std::string>>& stored);
 
   std::string Path(const std::string& name) const { return m_dir.file(name); }
-  const std::string& trust() const { return m_trust; }
+  const std::string& trust() const { return m_signing.certFile(); }
 
   testsupport::ErrorReportLock m_reportLock;  // first: held until the end
   testsupport::TempDir m_dir;
-  pki::Identity m_root;
-  pki::Identity m_signer;
-  std::string m_trust;
-  std::string m_signerCert;
-  std::string m_signerKey;
+  testsupport::TestSigner m_signing;
+  const pki::Identity& m_root = m_signing.root();
+  const pki::Identity& m_signer = m_signing.signer();
+  std::string m_signerCert = Path("signer.pem");
+  std::string m_signerKey = Path("signer.key");
 };
 
 }  // namespace tooltest
