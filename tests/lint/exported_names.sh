@@ -52,7 +52,8 @@ for pair in "$@"; do
         if ($0 in wanted) { wanted[$0] = 1; known = 1 }
         if (bare($0) in wanted) { wanted[bare($0)] = 1; known = 1 }
         if (ownerClass($0) in classes) { classes[ownerClass($0)] = 1; known = 1 }
-        if (!known && $0 !~ /^(void )?(std|__gnu_cxx)::/) extra[$0] = 1
+        # AddressSanitizer adds an __odr_asan indicator beside every exported global.
+        if (!known && $0 !~ /^(void )?(std|__gnu_cxx)::/ && $0 !~ /^__odr_asan\./) extra[$0] = 1
       }
       END {
         for (name in wanted) if (!wanted[name]) { print library " does not export: " name; failed = 1 }
