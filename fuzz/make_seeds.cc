@@ -56,20 +56,12 @@ void ExtractSeeds(const std::string& dir) {
   Write(dir, "only-manifest", Package({}, 0));
   Write(dir, "directory", Package({files[0], Entry::Directory("dir")}, 0));
   Write(dir, "symlink", Package({files[0], Entry::Symlink("link", "/tmp")}, 0));
-  Write(dir, "duplicate", Package({files[0], Entry::File("readme.txt", "other\n")}, 0));
 }
 
 void UnsignSeeds(const std::string& dir) {
   const pki::Identity& signer = fuzz::FixedPki::Get().signer();
   const std::string content = ManifestOf({Entry::File("a", "a\n")});
   Write(dir, "signed", Der(pki::SignPkcs7Der(content, signer)));
-  pki::Identity root =
-      pki::MakeRootCa("Other Root", {pki::UtcTime(2000, 1, 1), pki::UtcTime(2060, 1, 1)});
-  Write(dir, "two-certificates",
-        Der(pki::SignPkcs7Der(content, signer, {signer.cert.get(), root.cert.get()})));
-  pki::Identity late =
-      pki::MakeSigner("Late Signer", {pki::UtcTime(2051, 1, 1), pki::UtcTime(2055, 1, 1)}, root);
-  Write(dir, "generalized-time", Der(pki::SignPkcs7Der(content, late)));
 }
 
 void ManifestSeeds(const std::string& dir) {

@@ -1,20 +1,16 @@
 // The logger stand-in and the library's logging macros (mask gating, exact
 // texts to a sink and to standard error; the mask's start value from
 // HXLOG_MASK is checked by running hxlog_mask_probe), file offsets past
-// 4 GiB, and the scheduling priority of the calling thread.
+// 4 GiB.
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <sched.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/file_io.h"
 #include "platform/hxlog/hxlog.h"
 #include "platform/log.h"
-#include "platform/thread.h"
 #include "tests/testsupport/capture.h"
 #include "tests/testsupport/temp_dir.h"
 
@@ -74,24 +70,6 @@ TEST(FileIo, OffsetsPastFourGibibytesAreKept) {
   EXPECT_EQ(platform::Read(in, read.data(), 1024), 512);
   EXPECT_EQ(read.substr(0, 512), data.substr(512));
   platform::Close(in);
-}
-
-// On a thread of its own, so that the test runner's thread is left alone: the
-// extract thread asks for a higher priority, which an unprivileged process
-// is refused, and the refusal must leave the default policy in place.
-TEST(Thread, ARefusedPriorityChangeLeavesThePolicyAlone) {
-  int policy = -1, policyAfter = -1, before = -1, result = 0, after = -1;
-  std::thread([&] {
-    sched_param param{};
-    pthread_getschedparam(pthread_self(), &policy, &param);
-    before = platform::CurrentThreadPriority();
-    result = platform::SetCurrentThreadPriority(before - 1);
-    after = platform::CurrentThreadPriority();
-    pthread_getschedparam(pthread_self(), &policyAfter, &param);
-  }).join();
-  if (policy != SCHED_OTHER) GTEST_SKIP() << "runner not under the default policy";
-  EXPECT_NE(result, 0);
-  EXPECT_EQ(std::make_tuple(before, after, policyAfter), std::make_tuple(0, 0, SCHED_OTHER));
 }
 
 }  // namespace

@@ -34,7 +34,9 @@ for file in bin/extract-verify lib/libextract_verify.so lib/libhxlog.so lib/libH
 done
 # The hand-written manual page and completion name every option of --help.
 for command in extract inspect pack resign demo; do
-  for option in $(run "$prefix/bin/extract-verify" "$command" --help | grep -o -- '--[a-z-]*' | sort -u); do
+  help=$(run "$prefix/bin/extract-verify" "$command" --help) || fail "$command --help failed"
+  grep -q "^Usage: extract-verify $command" <<<"$help" || fail "$command --help shows no usage"
+  for option in $(grep -o -- '--[a-z-]*' <<<"$help" | sort -u); do
     grep -q -- "${option//-/\\\\-}" "$prefix/share/man/man1/extract-verify.1" ||
       fail "the manual page lacks $command $option"
     grep -q -- "$option" "$prefix/share/bash-completion/completions/extract-verify" ||
