@@ -190,8 +190,7 @@ bool EntryWalker::handleManifest(const std::string& name) {
 // object it would merge with this one's. It is refused as a failed
 // verification instead of being parsed.
 bool EntryWalker::refuseSecondManifest() {
-  printf("Error: more than one signed manifest in the package\n");
-  EXTRACT_LOG(kLogError, "Error: more than one signed manifest in the package");
+  EV_SAY_AS(kThreadName, kLogError, "Error: more than one signed manifest in the package");
   return refuseManifest(SIGN_ERR01);
 }
 
@@ -265,8 +264,7 @@ bool EntryWalker::extractFile(const std::string& name, int64_t declaredSize) {
 // The walk stops: the entry is not written, and the run fails with `status`.
 bool EntryWalker::refuseEntry(const std::string& name, _KALU_Error status,
                               const std::string& reason) {
-  printf("Error: entry %s refused: %s\n", name.c_str(), reason.c_str());
-  EXTRACT_LOG(kLogError, "Error: entry %s refused: %s", name.c_str(), reason.c_str());
+  EV_SAY_AS(kThreadName, kLogError, "Error: entry %s refused: %s", name.c_str(), reason.c_str());
   setStatus(status);
   return true;
 }

@@ -186,9 +186,8 @@ bool WaitForChildThreads() {
     g_hashResult.emplace(buffer->m_strFileName, digest);
     auto written = pathDigests.emplace(buffer->m_strFilePath, digest);
     if (!written.second && written.first->second != digest) {
-      printf("Error: %s written twice with different contents\n", buffer->m_strFilePath.c_str());
-      EV_LOG_ERROR("Error: %s written twice with different contents",
-                   buffer->m_strFilePath.c_str());
+      EV_SAY(kLogError, "Error: %s written twice with different contents",
+             buffer->m_strFilePath.c_str());
       incomplete = true;
     }
     incomplete = incomplete || buffer->m_bWriteFailed || !buffer->m_bHashThreadStarted ||

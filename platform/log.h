@@ -7,6 +7,8 @@
 #ifndef PLATFORM_LOG_H_
 #define PLATFORM_LOG_H_
 
+#include <cstdio>
+
 #include "platform/hxlog/hxlog.h"
 
 enum { kLogInfo = 23, kLogError = 31 };
@@ -17,8 +19,8 @@ inline bool EvLogEnabled(int level) {
 
 // Logs under the name `function`: for helpers that speak for the entry
 // point they serve, so that all of its messages carry one name.
-#define EV_LOG_AS(function, level, ...)                                       \
-  do {                                                                        \
+#define EV_LOG_AS(function, level, ...)                                         \
+  do {                                                                          \
     if (EvLogEnabled(level)) HxLog(__LINE__, (level), (function), __VA_ARGS__); \
   } while (0)
 
@@ -26,6 +28,17 @@ inline bool EvLogEnabled(int level) {
 
 #define EV_LOG_INFO(...) EV_LOG(kLogInfo, __VA_ARGS__)
 #define EV_LOG_ERROR(...) EV_LOG(kLogError, __VA_ARGS__)
+
+// One text on both channels: printed with a line end, logged without one.
+// For the messages whose wording is the library's own, so that the printed
+// and the logged form cannot drift apart.
+#define EV_SAY_AS(function, level, format, ...)        \
+  do {                                                 \
+    printf(format "\n", ##__VA_ARGS__);                \
+    EV_LOG_AS(function, level, format, ##__VA_ARGS__); \
+  } while (0)
+
+#define EV_SAY(level, format, ...) EV_SAY_AS(__func__, level, format, ##__VA_ARGS__)
 
 // Entry and exit marks of the library's functions.
 #define EV_LOG_ENTER() EV_LOG_INFO("+")
