@@ -25,9 +25,6 @@ namespace {
 // Bytes that may still be read before injected failures start; -1 is off.
 std::atomic<int64_t> g_readBudget{-1};
 
-std::atomic<uint64_t> g_blockWriteCalls{0};
-std::atomic<uint64_t> g_plainWriteCalls{0};
-
 // Charges `length` bytes to the injected-fault budget; false when the read
 // must fail instead.
 bool ChargeRead(size_t length) {
@@ -42,15 +39,10 @@ bool ChargeRead(size_t length) {
   }
   return true;
 }
-
-void CountBlockWrite() { g_blockWriteCalls.fetch_add(1, std::memory_order_relaxed); }
-void CountPlainWrite() { g_plainWriteCalls.fetch_add(1, std::memory_order_relaxed); }
 #else
-// The library as shipped has no hooks: every read goes ahead, no write is
-// counted, and the calls below compile to nothing.
+// The library as shipped has no hooks: every read goes ahead, and the charge
+// below compiles to nothing.
 bool ChargeRead(size_t) { return true; }
-void CountBlockWrite() {}
-void CountPlainWrite() {}
 #endif
 
 #if !defined(__QNXNTO__)
@@ -142,7 +134,6 @@ int ReadBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount, vo
 
 int WriteBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount,
                 const void* buffer) {
-  CountBlockWrite();
 #if defined(__QNXNTO__)
   return writeblock(fd, blockSize, static_cast<unsigned>(firstBlock), blockCount, buffer);
 #else
@@ -165,7 +156,6 @@ ssize_t Read(int fd, void* buffer, size_t length) {
 }
 
 ssize_t Write(int fd, const void* buffer, size_t length) {
-  CountPlainWrite();
   ssize_t n;
   do {
     n = write(fd, buffer, length);
@@ -200,11 +190,6 @@ bool SameFile(const char* first, const char* second) {
 int RemoveFile(const char* path) { return remove(path); }
 
 #if defined(EV_TEST_SEAMS)
-WriteCallCounts CurrentWriteCallCounts() {
-  return {g_blockWriteCalls.load(std::memory_order_relaxed),
-          g_plainWriteCalls.load(std::memory_order_relaxed)};
-}
-
 void InjectReadFailureAfter(int64_t bytes) {
   g_readBudget.store(bytes < 0 ? -1 : bytes, std::memory_order_relaxed);
 }

@@ -22,14 +22,6 @@ void InjectReadFailureAfter(int64_t bytes);
 // While set, OpenCommandOutput fails with EAGAIN without starting anything.
 void InjectCommandStartFailure(bool fail);
 
-// Calls made through WriteBlocks and Write since the process started, so
-// that a test can see which write path a caller took.
-struct WriteCallCounts {
-  uint64_t blockWrites;
-  uint64_t plainWrites;
-};
-WriteCallCounts CurrentWriteCallCounts();
-
 }  // namespace platform
 
 // The initialisation and destruction calls of Mutex and Cond, so that a test
