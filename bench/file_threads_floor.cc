@@ -60,7 +60,8 @@ int main(int argc, char** argv) {
   std::unique_ptr<unsigned char[]> ring(new unsigned char[kRingSize]);
   std::vector<std::unique_ptr<FileResources>> files;
   if (std::strcmp(argv[1], "--limit") == 0) {
-    while (StartFile(files)) {}
+    while (StartFile(files)) {
+    }
     printf("%zu files in flight, the next one refused\n", files.size() - 1);
   } else {
     std::error_code error;

@@ -118,9 +118,8 @@ class Signer {
 std::string SignedManifest(const Signer& signer, const std::vector<package::ManifestFile>& files,
                            size_t* listed) {
   const package::ManifestHeader header = {
-      {"Torvan Part Number", "TP-BENCH"}, {"Version Number", "1.0.0"}, {"Type", "Full"},
-      {"VIN", "WDB0000000BENCH01"},      {"Start Date", "2024-01-01"},
-      {"End Date", "2030-12-31"}};
+      {"Torvan Part Number", "TP-BENCH"}, {"Version Number", "1.0.0"},  {"Type", "Full"},
+      {"VIN", "WDB0000000BENCH01"},       {"Start Date", "2024-01-01"}, {"End Date", "2030-12-31"}};
   const size_t kLimit = 4096;
   size_t count = files.size();
   for (;;) {
@@ -193,8 +192,8 @@ bool ParseArguments(int argc, char** argv, Options* options) {
 int main(int argc, char** argv) {
   Options options;
   if (!ParseArguments(argc, argv, &options)) {
-    fprintf(stderr,
-            "usage: %s [--files N] [--mib M] large|many|medium PACKAGE CERT SUMS\n", argv[0]);
+    fprintf(stderr, "usage: %s [--files N] [--mib M] large|many|medium PACKAGE CERT SUMS\n",
+            argv[0]);
     return 2;
   }
   try {

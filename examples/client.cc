@@ -11,6 +11,7 @@
 // A watcher thread meanwhile draws the run's stage and progress on standard
 // error and turns SIGINT into AbortExtraction(). The library prints its own
 // lines on standard output.
+#include <extract_verify/extract_verify.h>
 #include <signal.h>
 #include <time.h>
 
@@ -18,8 +19,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <thread>
-
-#include <extract_verify/extract_verify.h>
 
 namespace {
 

@@ -7,8 +7,7 @@
 
 namespace {
 
-const _stVersionInfFileInfo* FirstListing(const EV_Version_TPN& manifest,
-                                          const std::string& name) {
+const _stVersionInfFileInfo* FirstListing(const EV_Version_TPN& manifest, const std::string& name) {
   for (const _stVersionInfFileInfo& file : manifest.m_vecFileInfo) {
     if (file.strFileName == name) return &file;
   }

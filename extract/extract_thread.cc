@@ -88,7 +88,7 @@ class EntryWalker {
   bool m_bManifestSeen = false;
   size_t m_manifestPiecesAccepted = 0;  // pieces of signed manifest that verified
   bool m_bManifestParsed = false;       // ... and parsed: it bounds what is written
-  std::string m_manifestPath;        // of the verified Version.inf, once written
+  std::string m_manifestPath;           // of the verified Version.inf, once written
   unsigned char m_data[kManifestReadSize] = {};
 };
 
@@ -236,9 +236,8 @@ bool EntryWalker::isFilteredOut(const std::string& name) {
 bool EntryWalker::extractFile(const std::string& name, int64_t declaredSize) {
   char filePath[kPathSize];
   FormatPath(filePath, g_dstDirPath, name.c_str());
-  const EntryVerdict verdict =
-      AdmitEntry(name, declaredSize, filePath, m_manifestPath,
-                 m_bManifestParsed ? g_objKALU_Version_TPN : nullptr);
+  const EntryVerdict verdict = AdmitEntry(name, declaredSize, filePath, m_manifestPath,
+                                          m_bManifestParsed ? g_objKALU_Version_TPN : nullptr);
   if (verdict.status != KALU_NO_ERR) return refuseEntry(name, verdict.status, verdict.reason);
   printf("Extracting file Name : %s\n", name.c_str());
   EXTRACT_LOG(kLogInfo, "Extracting file Name : %s", name.c_str());
@@ -306,8 +305,7 @@ bool EntryWalker::runStopped() {
 // The single selected file is done once the manifest has been seen: the
 // reader stops, and is handed a chunk back in case it waits for one.
 bool EntryWalker::completesSingleFileRun(const std::string& name) {
-  if (g_eExtractionType != EXTRACTION_SINGLE_FILE || !IsInterestedFile(name) ||
-      !m_bManifestSeen) {
+  if (g_eExtractionType != EXTRACTION_SINGLE_FILE || !IsInterestedFile(name) || !m_bManifestSeen) {
     return false;
   }
   g_isExtractionCompleted = 1;

@@ -34,8 +34,7 @@ void WriteErrorReport(const char* name) {
 }  // namespace
 
 _KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                            const char* dstDirPath, const char* interestedFileName,
-                            bool exclude) {
+                            const char* dstDirPath, const char* interestedFileName, bool exclude) {
   _KALU_Error status = KALU_NO_ERR;
   EV_LOG_ENTER();
   ResetGlobalVariables();
@@ -85,4 +84,3 @@ _KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePa
 
 void InitExtractWithHash() {}
 void SetBufferSize() {}
-

@@ -9,8 +9,8 @@
 #define EXTRACT_EXTRACTION_H_
 
 #include "extract/run_state.h"
-#include "status/kalu_status.h"
 #include "extract_verify_export.h"
+#include "status/kalu_status.h"
 
 // Runs one extraction: verifies Version.der against `certFilePath`, writes
 // Version.inf and every selected entry of `srcFilePath` into `dstDirPath` and
@@ -18,13 +18,13 @@
 // extracts everything; otherwise only that entry (exclude false) or all but
 // that entry (exclude true). Returns KALU_NO_ERR (1) on success.
 EV_EXPORT _KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                            const char* dstDirPath, const char* interestedFileName,
-                            bool exclude);
+                                      const char* dstDirPath, const char* interestedFileName,
+                                      bool exclude);
 EV_EXPORT _KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
                                            const char* dstDirPath);
 EV_EXPORT _KALU_Error StartExtractWithHash(const char* certFilePath, const char* srcFilePath,
-                                           const char* dstDirPath,
-                                           const char* interestedFileName, bool exclude);
+                                           const char* dstDirPath, const char* interestedFileName,
+                                           bool exclude);
 
 // Kept as entry points for clients; the ring sizes are fixed.
 EV_EXPORT void InitExtractWithHash();

@@ -73,8 +73,8 @@ Args TakeArgs(void* argument) {
 // chunks on, and the filler would wait for them for ever. The failure is
 // reported as the extract thread's, which starts the file.
 template <typename Args>
-bool StartFileThread(HashAndWriteBuffer* file, const char* name, void* (*entry)(void*),
-                     Args* args, pthread_t* id) {
+bool StartFileThread(HashAndWriteBuffer* file, const char* name, void* (*entry)(void*), Args* args,
+                     pthread_t* id) {
   if (platform::StartThread(id, entry, args) == 0) return true;
   int error = errno;
   printf("%s failed to create - %d", name, error);
@@ -157,12 +157,12 @@ void* writerThread(void* argument) {
 
 void StartFileThreads(HashAndWriteBuffer* file) {
   file->m_bHashThreadStarted =
-      StartFileThread(file, "hashThread", hashThread,
-                      new HashThreadArgs{file, file->m_pHash, 0}, &file->m_hashThreadId);
-  file->m_bWriterThreadStarted = StartFileThread(
-      file, "writerThread", writerThread,
-      new WriterThreadArgs{file, *file->m_pFileHandle, &file->m_ullBytesWritten},
-      &file->m_writerThreadId);
+      StartFileThread(file, "hashThread", hashThread, new HashThreadArgs{file, file->m_pHash, 0},
+                      &file->m_hashThreadId);
+  file->m_bWriterThreadStarted =
+      StartFileThread(file, "writerThread", writerThread,
+                      new WriterThreadArgs{file, *file->m_pFileHandle, &file->m_ullBytesWritten},
+                      &file->m_writerThreadId);
 }
 
 bool WaitForChildThreads() {

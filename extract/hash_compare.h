@@ -7,8 +7,8 @@
 #ifndef EXTRACT_HASH_COMPARE_H_
 #define EXTRACT_HASH_COMPARE_H_
 
-#include "status/kalu_status.h"
 #include "extract_verify_export.h"
+#include "status/kalu_status.h"
 
 // KALU_NO_ERR when every written file is listed in the manifest with the same
 // digest text (also when none was written); VER_ERR01 when no manifest was

@@ -14,8 +14,7 @@ uint32_t NextIndex(uint32_t index) { return (index + 1) % HashAndWriteBuffer::kC
 // The storage is left uninitialised on purpose: a small file touches only the
 // pages of the chunks it fills, not all 16 MiB.
 HashAndWriteBuffer::HashAndWriteBuffer(std::string fileName, std::string filePath)
-    : m_strFileName(std::move(fileName)),
-      m_strFilePath(std::move(filePath)) {
+    : m_strFileName(std::move(fileName)), m_strFilePath(std::move(filePath)) {
   std::memset(m_filledSizes, 0, sizeof m_filledSizes);
   std::memset(m_hashedSizes, 0, sizeof m_hashedSizes);
   // Nothing is left behind when an allocation fails: the hash is held until
@@ -154,9 +153,7 @@ void HashAndWriteBuffer::readReady(unsigned int size) {
 
 // Called once, by whichever party saw the last chunk come back after the
 // data was complete; no chunk is in anybody's hands.
-void HashAndWriteBuffer::returnRing() {
-  m_chunks.giveBack(m_bReturnExpected);
-}
+void HashAndWriteBuffer::returnRing() { m_chunks.giveBack(m_bReturnExpected); }
 
 void HashAndWriteBuffer::readFinished() {
   MutexLock lock(m_checkLock);

@@ -42,11 +42,11 @@
 
 #include "extract/file_threads.h"
 #include "extract/ring_pool.h"
+#include "extract_verify_export.h"
 #include "support/file_handle.h"
 #include "support/hash.h"
 #include "support/sync.h"
 #include "support/thread_annotations.h"
-#include "extract_verify_export.h"
 
 class EV_EXPORT HashAndWriteBuffer {
  public:

@@ -24,10 +24,10 @@
 #include <cstdint>
 #include <memory>
 
+#include "extract_verify_export.h"
 #include "status/kalu_status.h"
 #include "support/sync.h"
 #include "support/thread_annotations.h"
-#include "extract_verify_export.h"
 
 class HashAndWriteBuffer;
 
@@ -53,8 +53,8 @@ class EV_EXPORT ReadAndExtractBuffer {
   // Consumer.
   ExtractChunk nextExtract();  // published chunks are drained before the end
   void extractReady();
-  void extractFinished();      // stops copying into the current per-file buffer
-  void extractStopped();       // takes no more chunks; wakes the producer
+  void extractFinished();  // stops copying into the current per-file buffer
+  void extractStopped();   // takes no more chunks; wakes the producer
   void setHashAndWriteBuffer(HashAndWriteBuffer* buffer);
   HashAndWriteBuffer* hashAndWriteBuffer() const { return m_pCurrentPipeline; }
 

@@ -3,10 +3,10 @@
 //
 // Only one run may be in progress in a process: the state below is global and
 // belongs to the run in progress (or to the last run, until the next one
-// resets it). The entry functions that start a run are in extraction.h. AbortExtraction may be called from
-// any other thread during a run. The byte flags read across threads are
-// atomic so that the reader, the extract thread and a client see each other's
-// stores without a data race; their representation is one byte.
+// resets it). The entry functions that start a run are in extraction.h. AbortExtraction may be
+// called from any other thread during a run. The byte flags read across threads are atomic so that
+// the reader, the extract thread and a client see each other's stores without a data race; their
+// representation is one byte.
 #ifndef EXTRACT_RUN_STATE_H_
 #define EXTRACT_RUN_STATE_H_
 
@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
+#include "extract_verify_export.h"
 #include "manifest/version_tpn.h"
 #include "status/kalu_status.h"
-#include "extract_verify_export.h"
 
 class HashAndWriteBuffer;
 

@@ -22,8 +22,8 @@
 
 #include <cstdint>
 
-#include "status/kalu_status.h"
 #include "extract_verify_export.h"
+#include "status/kalu_status.h"
 
 class ReadAndExtractBuffer;
 

@@ -25,8 +25,8 @@ FixedPki::FixedPki() {
     m_signer = pki::LoadIdentity(base + "/signer.pem", base + "/signer.key");
   } else {
     m_root = pki::MakeRootCa("Fuzz Root", {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)});
-    m_signer = pki::MakeSigner("Fuzz Signer",
-                               {pki::UtcTime(2021, 6, 1), pki::UtcTime(2039, 1, 1)}, m_root);
+    m_signer = pki::MakeSigner("Fuzz Signer", {pki::UtcTime(2021, 6, 1), pki::UtcTime(2039, 1, 1)},
+                               m_root);
     for (const pki::Identity* id : {&m_root, &m_signer}) {
       if (base.empty()) break;
       mkdir(base.c_str(), 0700);

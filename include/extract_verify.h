@@ -10,27 +10,26 @@
 #ifndef EXTRACT_VERIFY_H_
 #define EXTRACT_VERIFY_H_
 
-#include "status/kalu_status.h"
-#include "support/hash.h"
-#include "support/file_handle.h"
-#include "support/sync.h"
-#include "support/archive_handles.h"
-#include "manifest/version_tpn.h"
-#include "manifest/system_date.h"
-#include "verify/cert_store.h"
-#include "verify/verify_by_date.h"
-#include "verify/unsign.h"
-#include "extract/extraction.h"
-#include "extract/run_state.h"
-#include "extract/read_buffer.h"
-#include "extract/source_reader.h"
-#include "extract/hash_write_buffer.h"
-#include "extract/hash_compare.h"
-#include "extract/completeness.h"
-
 #include <cstdint>
 
+#include "extract/completeness.h"
+#include "extract/extraction.h"
+#include "extract/hash_compare.h"
+#include "extract/hash_write_buffer.h"
+#include "extract/read_buffer.h"
+#include "extract/run_state.h"
+#include "extract/source_reader.h"
 #include "extract_verify_export.h"
+#include "manifest/system_date.h"
+#include "manifest/version_tpn.h"
+#include "status/kalu_status.h"
+#include "support/archive_handles.h"
+#include "support/file_handle.h"
+#include "support/hash.h"
+#include "support/sync.h"
+#include "verify/cert_store.h"
+#include "verify/unsign.h"
+#include "verify/verify_by_date.h"
 
 // Progress of the run in progress, or of the last run, for a client's display.
 // Both calls may be made from any thread at any time, also while another

@@ -4,6 +4,7 @@
 #define MANIFEST_SYSTEM_DATE_H_
 
 #include <string>
+
 #include "extract_verify_export.h"
 
 EV_EXPORT std::string _GetSystemDate();

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "status/kalu_status.h"
 #include "extract_verify_export.h"
+#include "status/kalu_status.h"
 
 // One file of the manifest: File n, File n Hash Value, File n Size.
 struct _stVersionInfFileInfo {
@@ -51,7 +51,7 @@ class EV_EXPORT EV_Version_TPN {
   std::string m_strReserved2;   // kept for clients; not used by this library
   int32_t m_nReserved = 0;      // kept for clients; not used by this library
   bool m_bVersionInfFound = false;
-  bool m_bReserved = false;     // kept for clients; not used by this library
+  bool m_bReserved = false;  // kept for clients; not used by this library
   bool m_bHasPreScript = false;
   bool m_bHasPostScript = false;
 };

@@ -34,7 +34,8 @@ bool ChargeRead(size_t length) {
       errno = EIO;
       return false;
     }
-    int64_t left = budget > static_cast<int64_t>(length) ? budget - static_cast<int64_t>(length) : 0;
+    int64_t left =
+        budget > static_cast<int64_t>(length) ? budget - static_cast<int64_t>(length) : 0;
     if (g_readBudget.compare_exchange_weak(budget, left, std::memory_order_relaxed)) break;
   }
   return true;
@@ -132,8 +133,7 @@ int ReadBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount, vo
 #endif
 }
 
-int WriteBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount,
-                const void* buffer) {
+int WriteBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount, const void* buffer) {
 #if defined(__QNXNTO__)
   return writeblock(fd, blockSize, static_cast<unsigned>(firstBlock), blockCount, buffer);
 #else

@@ -36,8 +36,7 @@ int FileSize(int fd, int64_t* size);
 
 // Number of whole blocks read or written, or -1.
 int ReadBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount, void* buffer);
-int WriteBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount,
-                const void* buffer);
+int WriteBlocks(int fd, size_t blockSize, uint64_t firstBlock, int blockCount, const void* buffer);
 
 ssize_t Read(int fd, void* buffer, size_t length);
 ssize_t Write(int fd, const void* buffer, size_t length);

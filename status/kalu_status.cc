@@ -8,6 +8,7 @@
 namespace {
 
 // Names indexed by value; the names are the enumerators' own spellings.
+// clang-format off
 const char* const kNames[] = {
     "KALU_ERR", "KALU_NO_ERR", "KALU_VHM_NO_ERROR", "KALU_ERROR_STOP_DOWNLOA_DREQUEST",
     "MAP_SPACE_NOT_AVAILABLE", "MAP_EXTRACTION_ERROR", "NAV_EXTRACT_ERROR",
@@ -23,6 +24,7 @@ const char* const kNames[] = {
     "INSTL_ERR10", "INSTL_ERR11", "INSTL_ERR12", "INSTL_ERR13", "INSTL_ERR14",
     "INSTL_ERR15", "BGMAP_ERR01", "NAVVOICE_ERR01",
 };
+// clang-format on
 static_assert(sizeof kNames / sizeof kNames[0] == NAVVOICE_ERR01 + 1, "one name per value");
 
 constexpr std::size_t kTableBytes = CKALUStatus::kSlotCount * CKALUStatus::kSlotWidth;

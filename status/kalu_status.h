@@ -9,6 +9,7 @@
 #define STATUS_KALU_STATUS_H_
 
 #include <cstddef>
+
 #include "extract_verify_export.h"
 
 // A signed 32-bit value: every int is a valid _KALU_Error, named or not.

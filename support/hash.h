@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <utility>
+
 #include "extract_verify_export.h"
 
 class EV_EXPORT IHash {

@@ -10,6 +10,7 @@
 #define SUPPORT_SYNC_H_
 
 #include <pthread.h>
+
 #include "extract_verify_export.h"
 #include "support/thread_annotations.h"
 

@@ -8,6 +8,7 @@
 #define VERIFY_CERT_STORE_H_
 
 #include <openssl/ossl_typ.h>
+
 #include "extract_verify_export.h"
 
 EV_EXPORT X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir);

@@ -35,7 +35,7 @@ struct Pkcs7CheckCall {
 };
 
 struct Pkcs7Check {
-  const char* name;  // the check's function name, under which it logs
+  const char* name;     // the check's function name, under which it logs
   Notice removeFailed;  // takes the output path and errno
   Notice noBuffer;
   Notice notParsed;

@@ -7,8 +7,8 @@
 #include <openssl/x509.h>
 
 #include <algorithm>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <string>
 
@@ -26,7 +26,7 @@ constexpr size_t kLongestTimeText = 14;
 // The certificates carried in a signed (or signed-and-enveloped) structure;
 // null for any other content type. Both structures keep the list in the
 // same place, so the signed-data view serves for both.
-STACK_OF(X509)* CarriedCertificates(const PKCS7* p7, int type) {
+STACK_OF(X509) * CarriedCertificates(const PKCS7* p7, int type) {
   if (type != NID_pkcs7_signed && type != NID_pkcs7_signedAndEnveloped) return nullptr;
   return p7->d.sign != nullptr ? p7->d.sign->cert : nullptr;
 }

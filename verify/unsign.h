@@ -10,10 +10,11 @@
 #define VERIFY_UNSIGN_H_
 
 #include <openssl/ossl_typ.h>
+
 #include "extract_verify_export.h"
 
 EV_EXPORT unsigned int EV_Unsign_using_date(const char* manifestPath, const char* certFilePath,
-                                  const unsigned char* derBuffer, int derLength);
+                                            const unsigned char* derBuffer, int derLength);
 
 // Converts a certificate time to seconds through mktime (the process's time
 // zone); always returns 0.

@@ -11,7 +11,7 @@
 #include "extract_verify_export.h"
 
 EV_EXPORT unsigned int openSSL_VerifyBasedOnDate(const char* derFilePath, const char* certFilePath,
-                                       const unsigned char* derBuffer, int derLength);
+                                                 const unsigned char* derBuffer, int derLength);
 
 // Stores the built-in verification time (2015-04-07 17:15:06 UTC) and
 // returns true; no file is read.

@@ -33,8 +33,8 @@ TEST(SystemDateTest, IsTheDateCommandsWholeOutputOrEmpty) {
   setenv("PATH", bin.path().c_str(), 1);
   EXPECT_EQ(_GetSystemDate(), "");  // no command found
   const std::string longLine(300, 'x');
-  testsupport::WriteFile(bin.file("date"), "#!/bin/sh\nprintf '%s\\n' \"$*\"\nprintf '" +
-                                               longLine + "\\nlast line without newline'\n");
+  testsupport::WriteFile(bin.file("date"), "#!/bin/sh\nprintf '%s\\n' \"$*\"\nprintf '" + longLine +
+                                               "\\nlast line without newline'\n");
   chmod(bin.file("date").c_str(), 0755);
   EXPECT_EQ(_GetSystemDate(), "+%F\n" + longLine + "\nlast line without newline");
   setenv("PATH", savedPath.c_str(), 1);

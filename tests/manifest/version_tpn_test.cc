@@ -42,6 +42,7 @@ class VersionTpnTest : public testing::Test {
 // The list ends at the first number without a name (File7 is never read);
 // sizes truncate toward zero; the map keeps a name's first digest; the image
 // index is the place of the last name holding ".img" (in that case).
+// clang-format off
 TEST_F(VersionTpnTest, ReadsHeaderAndFilesWithoutLeakingLineEnds) {
   ASSERT_EQ(KALU_NO_ERR,
             Parse("# Type=commented\n  ; VIN=commented\n[Type=section]\n[Header]\nno equals\n\n"
@@ -94,6 +95,7 @@ TEST_F(VersionTpnTest, NamelessEntryEndsTheListOnlyWhenEmpty) {
     EXPECT_EQ(fresh.m_mapFileHash.size(), 2u);
   }
 }
+// clang-format on
 
 // A missing file keeps everything but the script flags; an invalid entry
 // drops the records and keeps index, header and count; a good parse after it
@@ -108,9 +110,11 @@ TEST_F(VersionTpnTest, FailuresKeepWhatWasReadBefore) {
                             manifest.m_strType, manifest.m_vecFileInfo.size()),
             std::make_tuple(true, false, std::string("kept"), size_t{2}));
 
+  // clang-format off
   EXPECT_EQ(Parse("Version Number=9\nPre-Script=other.sh\nPost-Script=post.sh\n"
                   "File1=c\nFile1 Hash Value=" + kHashA + "\nFile2 Size=10\n", &manifest),
             VER_ERR04);
+  // clang-format on
   EXPECT_EQ(manifest.m_vecFileInfo.capacity(), 0u);
   EXPECT_EQ(manifest.m_mapFileHash, (Hashes{{"a", ""}, {"b.img", ""}, {"c", kHashA}}));
   EXPECT_EQ(manifest.m_strVersionNumber + manifest.m_strPreScript, "9other.sh");

@@ -13,6 +13,7 @@ namespace {
 
 // The enumerator's identifier doubles as its expected name and its place in
 // the list as its number, so a misspelt name or a wrong number fails alike.
+// clang-format off
 #define N(e) {e, #e}
 const std::pair<_KALU_Error, const char*> kNamed[] = {
     N(KALU_ERR), N(KALU_NO_ERR), N(KALU_VHM_NO_ERROR), N(KALU_ERROR_STOP_DOWNLOA_DREQUEST),
@@ -29,6 +30,7 @@ const std::pair<_KALU_Error, const char*> kNamed[] = {
     N(INSTL_ERR09), N(INSTL_ERR10), N(INSTL_ERR11), N(INSTL_ERR12), N(INSTL_ERR13),
     N(INSTL_ERR14), N(INSTL_ERR15), N(BGMAP_ERR01), N(NAVVOICE_ERR01)};
 #undef N
+// clang-format on
 
 const char* NameOf(int value) { return CKALUStatus::EnumToStr(static_cast<_KALU_Error>(value)); }
 

@@ -47,7 +47,8 @@ void ContentGenerator::fillRandom(unsigned char* out, uint64_t at, size_t length
     uint64_t word = Mix(m_seed, at / 8);
     size_t first = static_cast<size_t>(at % 8);
     size_t take = std::min<size_t>(8 - first, length);
-    for (size_t i = 0; i < take; ++i) out[i] = static_cast<unsigned char>(word >> (8 * (first + i)));
+    for (size_t i = 0; i < take; ++i)
+      out[i] = static_cast<unsigned char>(word >> (8 * (first + i)));
     out += take;
     at += take;
     length -= take;

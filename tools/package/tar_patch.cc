@@ -94,7 +94,8 @@ bool PatchTarEntrySize(std::string* tar, const std::string& name, uint64_t size)
   if (size >= (1ull << 33)) return false;  // 11 octal digits
   char* header = FindHeader(tar, name);
   if (header == nullptr) return false;
-  std::snprintf(header + kSizeOffset, kSizeLength, "%011llo", static_cast<unsigned long long>(size));
+  std::snprintf(header + kSizeOffset, kSizeLength, "%011llo",
+                static_cast<unsigned long long>(size));
   RepairChecksum(header);
   return true;
 }
