@@ -36,10 +36,13 @@ packages=(
   libzstd1 libnettle8
   libssl-dev libssl3 zlib1g-dev zlib1g libgtest-dev
 )
+# Header-only libraries the tool is built with: one package for every
+# architecture, so they are downloaded by their plain names.
+headers=(libcli11-dev nlohmann-json3-dev)
 if [ ! -f "$sysroot/.complete" ]; then
   rm -rf "$sysroot" "$debs"
   mkdir -p "$sysroot" "$debs"
-  (cd "$debs" && apt-get download "${packages[@]/%/:armhf}")
+  (cd "$debs" && apt-get download "${packages[@]/%/:armhf}" "${headers[@]}")
   for deb in "$debs"/*.deb; do dpkg-deb -x "$deb" "$sysroot"; done
   # Absolute symbolic links inside the sysroot must point into it.
   find "$sysroot" -type l -lname '/*' | while read -r link; do
