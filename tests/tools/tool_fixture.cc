@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <sstream>
 #include <stdexcept>
 
@@ -40,7 +41,15 @@ pid_t Spawn(const std::vector<std::string>& args, std::vector<std::string> envir
   for (std::string word; emulator >> word;) line.push_back(word);
   line.push_back(kToolPath);
   line.insert(line.end(), args.begin(), args.end());
-  for (char** entry = environ; *entry != nullptr; ++entry) environment.push_back(*entry);
+  // The given variables replace inherited ones of the same name: an emulator
+  // that rebuilds the environment keeps the last of two, the C library the first.
+  const size_t given = environment.size();
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string name = std::string(*entry).substr(0, strcspn(*entry, "=") + 1);
+    bool replaced = false;
+    for (size_t i = 0; i < given; ++i) replaced |= environment[i].rfind(name, 0) == 0;
+    if (!replaced) environment.push_back(*entry);
+  }
   std::vector<char*> argv = Pointers(line), envp = Pointers(environment);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
