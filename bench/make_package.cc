@@ -9,8 +9,9 @@
 //
 // File contents are deterministic (same arguments, same bytes) and of mixed
 // compressibility: random runs alternate with runs of text. Version.der comes
-// first, as in a real package, so every digest is computed before the data
-// is written. Keys are fresh on every call; CERT receives the root that the
+// first, as in a real package, so every digest is known before the data is
+// written; when the manifest cannot list every file it comes last instead,
+// since an entry that a manifest read before it does not list is refused. Keys are fresh on every call; CERT receives the root that the
 // signer chains to. SUMS lists "<digest>  <name>" lines of every file for
 // `sha256sum -c`. Standard output gets the number of files that the signed
 // manifest lists and the number in the package: a manifest that must fit in
@@ -149,12 +150,13 @@ void Build(const Options& options) {
   size_t listed = 0;
   std::string der = SignedManifest(signer, files, &listed);
 
-  std::vector<package::Entry> entries;
-  entries.push_back(package::Entry::File("Version.der", der));
-  entries.insert(entries.end(), contents.begin(), contents.end());
+  std::vector<package::Entry> entries = contents;
+  const bool manifestFirst = listed == files.size();
+  entries.insert(manifestFirst ? entries.begin() : entries.end(),
+                 package::Entry::File("Version.der", der));
   std::vector<package::WrittenEntry> written = package::WritePackage(options.packagePath, entries);
   for (size_t i = 0; i < files.size(); ++i) {
-    if (written[i + 1].sha256 != files[i].sha256) {
+    if (written[i + (manifestFirst ? 1 : 0)].sha256 != files[i].sha256) {
       throw std::runtime_error("digest of " + files[i].name + " changed while writing");
     }
   }
