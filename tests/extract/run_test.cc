@@ -123,13 +123,6 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
                 "Total Consumed Time = "};
   k->notPrinted = {"Wait extractTid"};
   k->logged = {"31:copyWithHash:Error: open64() failed. Error no: 2 ", "23:ExtractWithHash:-"};
-  k = add("directory as source", {}, PKG_ERR03);
-  k->prepare = [&] {
-    unlink(package.c_str());
-    mkdir(package.c_str(), 0700);
-  };
-  k->printed = {"Failed to read contents\n"};
-  k->more = [&] { rmdir(package.c_str()); };
   const std::string refused = "Failed to create archive file: (-30) (Unrecognized archive format)";
   k = add("no archive", {}, PKG_ERR03);
   k->prepare = [&] {
@@ -270,7 +263,8 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
   k->more = [] { EXPECT_TRUE(g_hashResult.empty()); };
   k = add("manifest failing its parsing", {SignedManifest(), Large("large")}, VER_ERR04);
   k->options.manifestText = "Type=Full\nFile1=large\nFile2 Hash Value=00\n";
-  k->printed = {"Error: Version Inf Parsing Failed. Status :22 / VER_ERR04\n"};
+  k->printed = {"KALU Error 22 \n", "Error: Version Inf Parsing Failed. Status :22 / VER_ERR04\n"};
+  k->logged = {"31:PrintKALU_VersionParse_TPN:KALU Error 22 \n"};
   // The size is judged before the name: an empty entry whose name holds ".."
   // ends the run as empty, not as a name that stops the walk.
   for (const Entry& empty : {Entry::Directory("dir"), Entry::File("em..pty", "")}) {

@@ -1,5 +1,6 @@
 // The manifest parser: header and file list, the end-of-list rule, sizes,
-// the image index, what a failure keeps, and the texts of a parse.
+// the image index and what a failure keeps. The texts of a parse are checked
+// by the runs.
 #include "manifest/version_tpn.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +9,6 @@
 #include <tuple>
 #include <vector>
 
-#include "tests/testsupport/capture.h"
 #include "tests/testsupport/temp_dir.h"
 
 namespace {
@@ -123,25 +123,6 @@ TEST_F(VersionTpnTest, FailuresKeepWhatWasReadBefore) {
   ASSERT_EQ(Parse("Type=second\nFile1=a\n", &manifest), KALU_NO_ERR);
   EXPECT_EQ(manifest.m_strType, "second");
   EXPECT_EQ(Names(manifest), Texts{"a"});
-}
-
-// The invalid-entry path has no exit mark.
-TEST_F(VersionTpnTest, ParsesPrintTheLocationAndFailuresTheStatusNumber) {
-  const std::string good = dir.file("good.inf"), bad = dir.file("bad.inf"), missing = dir.file("m");
-  testsupport::WriteFile(good, "File1=a\n");
-  testsupport::WriteFile(bad, "File1 Hash Value=x\n");
-  testsupport::LogCapture log;
-  testsupport::OutputCapture out;
-  EXPECT_EQ(PrintKALU_VersionParse_TPN(good.c_str(), &manifest), KALU_NO_ERR);
-  EXPECT_EQ(PrintKALU_VersionParse_TPN(missing.c_str(), &manifest), VER_ERR01);
-  EXPECT_EQ(PrintKALU_VersionParse_TPN(bad.c_str(), &manifest), VER_ERR04);
-  const std::string at = "Version_Parse_INF File Location : ";
-  EXPECT_EQ(out.Finish(), at + good + "\n" + at + missing + "\nKALU Error 19 \n" + at + bad +
-                              "\nKALU Error 22 \n");
-  const std::string parse = "23:KALU_Parse_INF:", print = "31:PrintKALU_VersionParse_TPN:";
-  EXPECT_EQ(log.Lines(), (Texts{parse + "+", parse + at + good, parse + "-", parse + "+",
-                                parse + at + missing, parse + "-", print + "KALU Error 19 \n",
-                                parse + "+", parse + at + bad, print + "KALU Error 22 \n"}));
 }
 
 }  // namespace

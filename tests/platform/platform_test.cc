@@ -26,10 +26,19 @@ void LoggingFunction(int* evaluations) {
   EV_LOG_LEAVE();
 }
 
-// The sink gets the whole formatted text, line end included; the macros log
-// under the caller's own name at their levels, and a level whose bit is clear
-// does not even evaluate its arguments.
+// Level L is logged when bit L of the mask is set, and no level outside 0 to
+// 31 ever is. The sink gets the whole formatted text, line end included; the
+// macros log under the caller's own name at their levels, and a level whose
+// bit is clear does not even evaluate its arguments.
 TEST(HxLog, LogsWhatTheMaskLetsThroughUnderTheCallersName) {
+  for (const auto& [mask, levels] : std::vector<std::pair<uint32_t, std::string>>{
+           {0x00800000u, "23 "}, {0x7f7fffffu, "0 22 24 "}, {0xffffffffu, "0 22 23 24 31 "}}) {
+    LogCapture capture(mask);
+    for (int level : {-1, 0, 22, 23, 24, 31, 32}) HxLog(__LINE__, level, "F", "%d ", level);
+    std::string logged;
+    for (const std::string& line : capture.Lines()) logged += line.substr(line.rfind(':') + 1);
+    EXPECT_EQ(logged, levels) << std::hex << mask;
+  }
   int evaluations = 0;
   {
     LogCapture capture(0x80800000u);

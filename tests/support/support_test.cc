@@ -1,15 +1,19 @@
 // The scoped resource owners: FileHandle's report of a failed open and which
-// descriptor it closes when; Mutex and Cond's reports of a failed
-// initialisation (with an exception) and of a failed destruction (without).
+// descriptor it closes when; the archive owners' reports of a missing reader;
+// Mutex and Cond's reports of a failed initialisation (with an exception) and
+// of a failed destruction (without). The hash factory's names.
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 
+#include "support/archive_handles.h"
 #include "support/file_handle.h"
+#include "support/hash.h"
 #include "support/sync.h"
 #include "testing/seams.h"
 #include "tests/testsupport/capture.h"
@@ -52,6 +56,31 @@ TEST(FileHandle, ClosesItsOwnDescriptorOnceAndNeverALaterOneOfTheSameNumber) {
   }
   EXPECT_TRUE(IsOpen(reused));
   close(reused);
+}
+
+// A failed open on a reader is reported with libarchive's text by the runs.
+TEST(ArchiveHandles, MissingReaderIsPrintedAndLoggedWithoutThrowing) {
+  LogCapture log;
+  OutputCapture out;
+  {
+    ArchiveObject none(nullptr);
+    ArchiveFile file(nullptr, -30);
+  }
+  EXPECT_EQ(out.Finish(),
+            "Failed to create archive object\nFailed to create archive file: (-30), a is NULL\n");
+  EXPECT_EQ(log.Lines(),
+            (Texts{"31:ArchiveObject:Failed to create archive object",
+                   "31:ArchiveFile:Failed to create archive file: (-30), a is NULL "}));
+}
+
+TEST(MakeHash, ChoosesByTheExactNameOnly) {
+  std::unique_ptr<IHash> none(makeHash("none"));
+  ASSERT_NE(none, nullptr);
+  none->finish();
+  EXPECT_EQ(none->getHash().second, 0u);
+  for (const char* name : {"SHA256", "sha256 ", "sha", ""}) {
+    EXPECT_EQ(std::unique_ptr<IHash>(makeHash(name)), nullptr) << name;
+  }
 }
 
 // What() of the runtime error that `make` throws, or "" without one.

@@ -6,7 +6,7 @@
 # JSON.
 find_package(nlohmann_json 3 CONFIG REQUIRED)
 ev_add_test(cli_test
-  SOURCES tool_fixture.cc cli_pack_extract_test.cc cli_inspect_test.cc
+  SOURCES tool_fixture.cc cli_test.cc
   LIBS ev_testpackage nlohmann_json::nlohmann_json
   PROPERTIES TIMEOUT 300 RESOURCE_LOCK error_report_file ENVIRONMENT TZ=UTC)
 string(JOIN " " ev_tool_emulator ${CMAKE_CROSSCOMPILING_EMULATOR})

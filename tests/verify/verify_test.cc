@@ -2,6 +2,7 @@
 // share: verdicts, the exact texts printed and logged, the output file, and
 // the conversion of certificate times. Keys and certificates are made here.
 #include <gtest/gtest.h>
+#include <openssl/bio.h>
 #include <openssl/pkcs7.h>
 #include <unistd.h>
 
@@ -240,21 +241,30 @@ TEST_F(VerifyTest, OutputIsDeletedFirstAndNamedAfterTheDerPath) {
     EXPECT_EQ(out.Finish().rfind("Error loading file", 0), 0u);  // no failed delete first
     EXPECT_FALSE(testsupport::FileExists(manifest));
   }
-  char cwd[PATH_MAX];
-  ASSERT_NE(getcwd(cwd, sizeof cwd), nullptr);
-  ASSERT_EQ(chdir(dir.path().c_str()), 0);
-  const std::string trust = Trust(chain);
-  testsupport::WriteFile("a", "keep");
+  // The last three characters, not the extension.
+  const std::string trust = Trust(chain), named = dir.file("Versionabc");
   testsupport::OutputCapture out;
-  EXPECT_EQ(openSSL_VerifyBasedOnDate("abc", trust.c_str(), good.data(), int(good.size())),
+  EXPECT_EQ(openSSL_VerifyBasedOnDate(named.c_str(), trust.c_str(), good.data(), int(good.size())),
             KALU_NO_ERR);
-  for (const char* path : {"ab", ""}) {
-    EXPECT_THROW(openSSL_VerifyBasedOnDate(path, trust.c_str(), good.data(), int(good.size())),
-                 std::out_of_range);
-  }
-  EXPECT_EQ(out.Finish(), "Remove Failed -inf / Err: 2");
-  EXPECT_EQ(ReadFile("inf") + ReadFile("a"), kManifest + std::string("keep"));
-  EXPECT_EQ(chdir(cwd), 0);
+  EXPECT_THROW(openSSL_VerifyBasedOnDate("ab", trust.c_str(), good.data(), int(good.size())),
+               std::out_of_range);
+  EXPECT_EQ(out.Finish(), "Remove Failed -" + dir.file("Versioninf") + " / Err: 2");
+  EXPECT_EQ(ReadFile(dir.file("Versioninf")), kManifest);
+}
+
+// The checks pass no directory; one that the hashed lookup refuses (the
+// empty name) ends the store, reported on all three channels.
+TEST_F(VerifyTest, StoreReportsADirectoryItCannotAdd) {
+  BIO* diagnostics = BIO_new(BIO_s_mem());
+  testsupport::LogCapture log;
+  testsupport::OutputCapture out;
+  EXPECT_EQ(create_store(diagnostics, Trust(chain).c_str(), ""), nullptr);
+  char* text = nullptr;
+  const long length = BIO_get_mem_data(diagnostics, &text);
+  EXPECT_EQ(std::string(text, static_cast<size_t>(length)) + out.Finish(),
+            "Error loading directory \nError loading directory \n");
+  EXPECT_EQ(log.Lines("create_store"), Lines{"31:create_store:Error loading directory  "});
+  BIO_free(diagnostics);
 }
 
 // Converts `text` as an ASN.1 string of `type`.
