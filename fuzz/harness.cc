@@ -1,41 +1,21 @@
 #include "fuzz/harness.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
+#include "tests/testsupport/temp_dir.h"
+
 namespace fuzz {
 
-const FixedPki& FixedPki::Get() {
-  static const FixedPki instance;
-  return instance;
-}
-
-// The PKI of EV_FUZZ_PKI when it holds one; otherwise a new one, stored
-// there when the variable is set.
-FixedPki::FixedPki() {
-  const char* stored = std::getenv("EV_FUZZ_PKI");
-  const std::string base = stored != nullptr ? stored : "";
-  if (!base.empty() && testsupport::FileExists(base + "/signer.key")) {
-    m_root = pki::LoadIdentity(base + "/root.pem", base + "/root.key");
-    m_signer = pki::LoadIdentity(base + "/signer.pem", base + "/signer.key");
-  } else {
-    m_root = pki::MakeRootCa("Fuzz Root", {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)});
-    m_signer = pki::MakeSigner("Fuzz Signer", {pki::UtcTime(2021, 6, 1), pki::UtcTime(2039, 1, 1)},
-                               m_root);
-    for (const pki::Identity* id : {&m_root, &m_signer}) {
-      if (base.empty()) break;
-      mkdir(base.c_str(), 0700);
-      const std::string name = base + (id == &m_root ? "/root" : "/signer");
-      pki::WriteCertificatesPem(name + ".pem", {id->cert.get()});
-      pki::WriteKeyPem(name + ".key", id->key.get());
-    }
-  }
-  pki::WriteCertificatesPem(trustFile(), {m_root.cert.get()});
+const std::string& TrustFile() {
+  static const std::string path =
+      std::string(std::getenv("EV_FUZZ_PKI") != nullptr ? std::getenv("EV_FUZZ_PKI") : ".") +
+      "/trust.pem";
+  return path;
 }
 
 }  // namespace fuzz
@@ -48,7 +28,6 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   }
   setenv("TZ", "UTC", 1);
   tzset();
-  fuzz::FixedPki::Get();
   return 0;
 }
 

@@ -34,11 +34,11 @@ void fuzz::FuzzOne(const std::string& dir, const uint8_t* data, size_t size) {
     reader.GetDouble("File1 Size");
   } else if (EV_TARGET_IS("unsign")) {
     const std::vector<unsigned char> der(data, data + size);
-    EV_Unsign_using_date((dir + "/Version.inf").c_str(), FixedPki::Get().trustFile().c_str(),
+    EV_Unsign_using_date((dir + "/Version.inf").c_str(), TrustFile().c_str(),
                          der.empty() ? nullptr : der.data(), static_cast<int>(size));
   } else {
     mkdir((dir + "/out").c_str(), 0755);
-    ExtractWithHash(FixedPki::Get().trustFile().c_str(), input.c_str(), (dir + "/out").c_str(),
+    ExtractWithHash(TrustFile().c_str(), input.c_str(), (dir + "/out").c_str(),
                     size % 3 == 0 ? nullptr : "readme.txt", size % 3 == 2);
   }
 }
