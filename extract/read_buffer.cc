@@ -82,8 +82,15 @@ void ReadAndExtractBuffer::extractReady() {
   m_extractIndex = NextIndex(m_extractIndex);
 }
 
+// The archive reader may still hold inflated data of the current entry when
+// the input ends. A pipeline whose two threads run gives its chunks back by
+// itself, so its filler waits for room for that data instead of dropping it;
+// only a pipeline that lacks one of them is stopped.
 void ReadAndExtractBuffer::extractFinished() {
-  if (m_pCurrentPipeline != nullptr) m_pCurrentPipeline->stopCopy();
+  if (m_pCurrentPipeline == nullptr) return;
+  if (m_pCurrentPipeline->m_bHashThreadStarted && m_pCurrentPipeline->m_bWriterThreadStarted)
+    return;
+  m_pCurrentPipeline->stopCopy();
 }
 
 void ReadAndExtractBuffer::extractStopped() {

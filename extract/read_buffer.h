@@ -53,7 +53,7 @@ class EV_EXPORT ReadAndExtractBuffer {
   // Consumer.
   ExtractChunk nextExtract();  // published chunks are drained before the end
   void extractReady();
-  void extractFinished();  // stops copying into the current per-file buffer
+  void extractFinished();  // stops the current per-file buffer, unless it drains itself
   void extractStopped();   // takes no more chunks; wakes the producer
   void setHashAndWriteBuffer(HashAndWriteBuffer* buffer);
   HashAndWriteBuffer* hashAndWriteBuffer() const { return m_pCurrentPipeline; }

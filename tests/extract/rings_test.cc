@@ -1,7 +1,8 @@
 // The ends of the rings that no run can time on purpose: the end of input
 // while the extract thread waits for a chunk, the end of input while it waits
-// for room in a full file ring, and a cancellation while chunks are queued.
-// The other ends and stops are met by the runs.
+// for room in a full file ring (with the file's threads running, and with
+// one missing), and a cancellation while chunks are queued. The other ends
+// and stops are met by the runs.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -33,7 +34,18 @@ TEST(Rings, EndsAndCancellationsReachThePartyThatWaits) {
     ASSERT_NE(file.nextCopy(), nullptr);
     file.copyReady(1);
   }
+  // The end of input leaves a pipeline whose threads run to drain itself: the
+  // archive reader may still hold the entry's last data.
+  file.m_bHashThreadStarted = file.m_bWriterThreadStarted = true;
   auto filler = Blocked([&] { return file.nextCopy(); });
+  input.extractFinished();
+  EXPECT_EQ(filler.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  file.hashReady(file.nextHash().second);
+  file.readReady(file.nextRead().second);
+  EXPECT_NE(filler.get(), nullptr);
+  file.copyReady(1);
+  file.m_bWriterThreadStarted = false;  // one that cannot is stopped
+  filler = Blocked([&] { return file.nextCopy(); });
   input.extractFinished();
   EXPECT_EQ(filler.get(), nullptr);
   file.CancelHashWriteThreads();
