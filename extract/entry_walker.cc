@@ -62,7 +62,7 @@ class EntryWalker {
  public:
   EntryWalker(archive* reader, ReadAndExtractBuffer& buffer) : m_reader(reader), m_buffer(buffer) {}
 
-  void run();
+  bool run();  // true when it reached the archive's end
 
  private:
   void setStatus(_KALU_Error status) { m_buffer.m_eStatus = status; }
@@ -87,21 +87,21 @@ class EntryWalker {
   unsigned char m_data[kManifestReadSize] = {};
 };
 
-void EntryWalker::run() {
+bool EntryWalker::run() {
   std::string entryName;
   for (;;) {
-    if (runStopped()) return;
+    if (runStopped()) return false;
     archive_entry* entry = nullptr;
     int result = archive_read_next_header(m_reader, &entry);
     if (result == ARCHIVE_EOF) {
       EXTRACT_LOG(kLogInfo, " Reached end of archive file hence coming out of while loop");
-      return;
+      return true;
     }
     if (result < 0) {  // warnings too
       printf("Problem reading archive\n");
       EXTRACT_LOG(kLogError, "Problem reading archive\n");
       setStatus(PKG_ERR03);
-      return;
+      return false;
     }
     const int64_t size = archive_entry_size(entry);
     const char* pathname = archive_entry_pathname(entry);
@@ -111,12 +111,12 @@ void EntryWalker::run() {
       setStatus(PKG_ERR03);
       printf("Error: archive_entry_size(entry) returns negative value \n");
       EXTRACT_LOG(kLogError, "Error: archive_entry_size(entry) returns negative value");
-      return;
+      return false;
     }
     if (kind == EntryKind::kParentReference) {
       printf("Zip: Entry file name contains - \"..\" \n");
       EXTRACT_LOG(kLogInfo, "Zip: Entry file name contains - \"..\" ");
-      return;
+      return false;
     }
 
     bool stop = false;
@@ -127,7 +127,7 @@ void EntryWalker::run() {
     }
     if (completesSingleFileRun(entryName)) stop = true;
     entryName.clear();
-    if (stop) return;
+    if (stop) return false;
   }
 }
 
@@ -310,6 +310,6 @@ bool EntryWalker::completesSingleFileRun(const std::string& name) {
 
 }  // namespace
 
-void WalkEntries(archive* reader, ReadAndExtractBuffer& buffer) {
-  EntryWalker(reader, buffer).run();
+bool WalkEntries(archive* reader, ReadAndExtractBuffer& buffer) {
+  return EntryWalker(reader, buffer).run();
 }

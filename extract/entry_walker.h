@@ -14,6 +14,7 @@
 struct archive;
 class ReadAndExtractBuffer;
 
-void WalkEntries(archive* reader, ReadAndExtractBuffer& buffer);
+// Whether the walk went on to the archive's end.
+bool WalkEntries(archive* reader, ReadAndExtractBuffer& buffer);
 
 #endif  // EXTRACT_ENTRY_WALKER_H_

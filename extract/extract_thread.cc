@@ -4,11 +4,11 @@
 
 #include <cstdio>
 
+#include "extract/archive_input.h"
 #include "extract/entry_walker.h"
 #include "extract/file_threads.h"
 #include "extract/read_buffer.h"
 #include "extract/run_stop.h"
-#include "extract/source_reader.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
@@ -22,11 +22,9 @@ const char kThreadName[] = "extractThread";
 
 // Opens the archive over the read ring and walks it; then finishes every
 // file pipeline of the run.
-void ExtractArchive(archive* reader, ReadAndExtractBuffer& buffer) {
-  archive_read_support_format_tar(reader);
-  archive_read_support_filter_gzip(reader);
-  ReadAndExtractBuffer* clientData = &buffer;  // what the callbacks receive
-  int opened = archive_read_open(reader, &clientData, open_arch, read_arch, close_arch);
+void ExtractArchive(archive* reader, ArchiveInput& input) {
+  ReadAndExtractBuffer& buffer = *input.ring;
+  int opened = OpenPackageArchive(reader, &input);
   if (opened != ARCHIVE_OK) {
     printf("Failed to create archive file: (%d) (%s)\n", opened, archive_error_string(reader));
     EXTRACT_LOG(kLogError, "Failed to create archive file: (%d) (%s)", opened,
@@ -37,10 +35,10 @@ void ExtractArchive(archive* reader, ReadAndExtractBuffer& buffer) {
   }
   ArchiveFile file(reader, opened);
   EXTRACT_LOG(kLogInfo, " Entering extract thread main while loop");
-  WalkEntries(reader, buffer);
+  const bool archiveEnded = WalkEntries(reader, buffer);
   // No more chunks are taken: a reader waiting for a free one must not wait
   // for ever, whatever remains of the package.
-  buffer.extractStopped();
+  buffer.extractStopped(archiveEnded);
 
   EXTRACT_LOG(kLogInfo, " Exiting extract thread main while loop");
   printf("Waiting for child threads to join\n");
@@ -62,8 +60,8 @@ void ExtractArchive(archive* reader, ReadAndExtractBuffer& buffer) {
 void* extractThread(void* argument) {
   platform::SetCurrentThreadName(kThreadName);
   EXTRACT_LOG(kLogInfo, "+");
-  const auto* args = static_cast<const ExtractThreadArgs*>(argument);
-  ReadAndExtractBuffer& buffer = *args->buffer;
+  auto* args = static_cast<ExtractThreadArgs*>(argument);
+  ReadAndExtractBuffer& buffer = *args->input.ring;
   platform::SetCurrentThreadPriority(args->priority - 1);  // a refusal is ignored
 
   ArchiveObject reader(archive_read_new());
@@ -73,7 +71,7 @@ void* extractThread(void* argument) {
     buffer.m_eStatus = PKG_ERR03;
     buffer.extractStopped();
   } else {
-    ExtractArchive(reader, buffer);
+    ExtractArchive(reader, args->input);
   }
   EXTRACT_LOG(kLogInfo, "-");
   return nullptr;

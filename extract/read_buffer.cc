@@ -1,6 +1,8 @@
 #include "extract/read_buffer.h"
 
+#include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "extract/hash_write_buffer.h"
 
@@ -20,7 +22,13 @@ ReadAndExtractBuffer::ReadAndExtractBuffer()
 ReadAndExtractBuffer::~ReadAndExtractBuffer() = default;
 
 unsigned char* ReadAndExtractBuffer::nextWrite() {
-  uint32_t index;
+  uint32_t reserved;
+  return nextWrite(1, &reserved);
+}
+
+// Neighbouring chunks only: a run stops at the end of the array.
+unsigned char* ReadAndExtractBuffer::nextWrite(uint32_t wanted, uint32_t* reserved) {
+  const uint32_t index = m_reserveIndex;
   {
     MutexLock lock(m_writeLock);
     while (m_freeCount == 0 && !m_bExtractStopped) {
@@ -29,9 +37,10 @@ unsigned char* ReadAndExtractBuffer::nextWrite() {
       m_bProducerWaiting = false;
     }
     if (m_bExtractStopped) return nullptr;
-    index = m_writeIndex;
-    --m_freeCount;
+    *reserved = std::min({wanted, m_freeCount, kChunkCount - index});
+    m_freeCount -= *reserved;
   }
+  m_reserveIndex = (index + *reserved) % kChunkCount;
   return m_data.get() + size_t{index} * kChunkSize;
 }
 
@@ -42,13 +51,17 @@ void ReadAndExtractBuffer::writeReady(unsigned int length) {
     ++m_filledCount;
     if (m_bConsumerWaiting) MutexLock::signal(m_filledCond);
   }
-  m_ullBytesPublished.fetch_add(length, std::memory_order_relaxed);
   // The write index belongs to the producer alone.
   m_writeIndex = NextIndex(m_writeIndex);
 }
 
-void ReadAndExtractBuffer::writeFinished() {
+void ReadAndExtractBuffer::writeFinished() { writeFailed(std::string()); }
+
+// An empty text is a clean end; only the first end counts.
+void ReadAndExtractBuffer::writeFailed(std::string why) {
   MutexLock lock(m_extractLock);
+  if (m_bWriteFinished) return;
+  m_inputFailure = std::move(why);
   m_bWriteFinished = true;
   if (m_bConsumerWaiting) MutexLock::signal(m_filledCond);
 }
@@ -60,7 +73,9 @@ ExtractChunk ReadAndExtractBuffer::nextExtract() {
     MutexLock lock(m_extractLock);
     // Published chunks are drained before the end is honoured.
     while (m_filledCount == 0) {
-      if (m_bWriteFinished) return ExtractChunk{nullptr, 0};
+      if (m_bWriteFinished) {
+        return ExtractChunk{nullptr, 0, m_inputFailure.empty() ? nullptr : m_inputFailure.c_str()};
+      }
       m_bConsumerWaiting = true;
       lock.wait(m_filledCond);
       m_bConsumerWaiting = false;
@@ -69,7 +84,7 @@ ExtractChunk ReadAndExtractBuffer::nextExtract() {
     --m_filledCount;
     length = m_lengths[index];
   }
-  return ExtractChunk{m_data.get() + size_t{index} * kChunkSize, length};
+  return ExtractChunk{m_data.get() + size_t{index} * kChunkSize, length, nullptr};
 }
 
 void ReadAndExtractBuffer::extractReady() {
@@ -93,10 +108,16 @@ void ReadAndExtractBuffer::extractFinished() {
   m_pCurrentPipeline->stopCopy();
 }
 
-void ReadAndExtractBuffer::extractStopped() {
+void ReadAndExtractBuffer::extractStopped(bool archiveEnded) {
   MutexLock lock(m_writeLock);
   m_bExtractStopped = true;
+  m_bArchiveEnded = archiveEnded;
   if (m_bProducerWaiting) MutexLock::signal(m_freeCond);
+}
+
+bool ReadAndExtractBuffer::archiveEnded() {
+  MutexLock lock(m_writeLock);
+  return m_bArchiveEnded;
 }
 
 void ReadAndExtractBuffer::setHashAndWriteBuffer(HashAndWriteBuffer* buffer) {

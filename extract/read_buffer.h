@@ -14,6 +14,13 @@
 // Were both asleep, fewer than kWakeBatch + 1 of the 128 chunks could be
 // accounted for, so neither waits for ever.
 //
+// The producer may hold several chunks at once: nextWrite reserves chunks in
+// ring order, writeReady publishes the oldest reserved one. A reader that
+// inflates the package fills a run of neighbouring chunks in one go and
+// publishes them once it knows their bytes are good. An input that ends
+// damaged is ended with writeFailed: the consumer meets the failure's text
+// where the end of data would be.
+//
 // When the consumer stops early it calls extractStopped(): a producer blocked
 // in nextWrite wakes and gets null, so no path can leave the reader waiting
 // for a chunk that nobody will give back.
@@ -23,6 +30,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include "extract_verify_export.h"
 #include "status/kalu_status.h"
@@ -34,6 +42,7 @@ class HashAndWriteBuffer;
 struct ExtractChunk {
   unsigned char* data;  // null at the end of input
   uint32_t length;      // 0 at the end of input
+  const char* failure;  // at the end of a damaged input: why; null otherwise
 };
 
 class EV_EXPORT ReadAndExtractBuffer {
@@ -47,23 +56,27 @@ class EV_EXPORT ReadAndExtractBuffer {
 
   // Producer.
   unsigned char* nextWrite();  // blocks while no chunk is free; null once stopped
-  void writeReady(unsigned int length);
+  // Reserves up to `wanted` neighbouring chunks, at least one, as the ring
+  // allows: `reserved` tells how many. Blocks and stops as nextWrite.
+  unsigned char* nextWrite(uint32_t wanted, uint32_t* reserved);
+  void writeReady(unsigned int length);  // publishes the oldest reserved chunk
   void writeFinished();
+  void writeFailed(std::string why);  // the input ends here, damaged; the first end counts
 
   // Consumer.
   ExtractChunk nextExtract();  // published chunks are drained before the end
   void extractReady();
   void extractFinished();  // stops the current per-file buffer, unless it drains itself
-  void extractStopped();   // takes no more chunks; wakes the producer
+  // Takes no more chunks and wakes the producer; `archiveEnded` tells it
+  // that the archive was read to its end (the run may still go on).
+  void extractStopped(bool archiveEnded = false);
+  bool archiveEnded();  // producer, once nextWrite has returned null
   void setHashAndWriteBuffer(HashAndWriteBuffer* buffer);
   HashAndWriteBuffer* hashAndWriteBuffer() const { return m_pCurrentPipeline; }
 
   // Outcome of the extraction, written by the extract thread, read by the
   // producer once per chunk.
   std::atomic<_KALU_Error> m_eStatus{KALU_NO_ERR};
-
-  // Bytes published so far, for progress observers on any thread.
-  std::atomic<uint64_t> m_ullBytesPublished{0};
 
  private:
   std::unique_ptr<unsigned char[]> m_data;
@@ -72,9 +85,11 @@ class EV_EXPORT ReadAndExtractBuffer {
 
   Mutex m_writeLock;
   Cond m_freeCond;
+  uint32_t m_reserveIndex = 0;  // the producer's alone, as is m_writeIndex
   uint32_t m_writeIndex = 0;
   uint32_t m_freeCount GUARDED_BY(m_writeLock) = kChunkCount;
   bool m_bExtractStopped GUARDED_BY(m_writeLock) = false;
+  bool m_bArchiveEnded GUARDED_BY(m_writeLock) = false;
   bool m_bProducerWaiting GUARDED_BY(m_writeLock) = false;
 
   Mutex m_extractLock;
@@ -82,6 +97,7 @@ class EV_EXPORT ReadAndExtractBuffer {
   uint32_t m_extractIndex = 0;
   uint32_t m_filledCount GUARDED_BY(m_extractLock) = 0;
   bool m_bWriteFinished GUARDED_BY(m_extractLock) = false;
+  std::string m_inputFailure GUARDED_BY(m_extractLock);
   bool m_bConsumerWaiting GUARDED_BY(m_extractLock) = false;
 };
 

@@ -15,8 +15,6 @@ std::map<std::string, std::string> g_hashResult;
 std::vector<HashAndWriteBuffer*> g_vectorOfTHashAndWriteBuffer;
 EV_Version_TPN* g_objKALU_Version_TPN = nullptr;
 
-unsigned char g_bFirstArchiveRead = 1;
-
 namespace {
 
 std::atomic<bool> g_bProgressKnown{false};
@@ -73,7 +71,6 @@ void ResetGlobalVariables() {
   g_eExtractionType = EXTRACTION_FULL;
   g_isExtractionCompleted = 0;
   g_bAbortExecution = 0;
-  g_bFirstArchiveRead = 1;
 }
 
 double ticksPerSecond() {

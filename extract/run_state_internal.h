@@ -1,10 +1,5 @@
 // Run state that only the extraction units share among themselves.
 //
-// g_bFirstArchiveRead is set by ResetGlobalVariables before the extract
-// thread starts and is then touched only by that thread, inside read_arch:
-// it says that no chunk has yet been handed to the archive reader, so there
-// is none to give back.
-//
 // The progress counters and the stage are written by the run's own threads
 // and may be read by any thread through GetExtractionProgress and
 // GetExtractionStage.
@@ -12,8 +7,6 @@
 #define EXTRACT_RUN_STATE_INTERNAL_H_
 
 #include <cstdint>
-
-extern unsigned char g_bFirstArchiveRead;
 
 namespace extract_progress {
 

@@ -43,4 +43,12 @@ void ReportAbort() {
 
 bool Requested() { return AbortRequested() || g_bWriteFailed; }
 
+bool ReaderStops(_KALU_Error runStatus, _KALU_Error* status) {
+  if (runStatus != KALU_NO_ERR || g_isExtractionCompleted) return true;
+  if (!AbortRequested()) return false;
+  ReportAbort();
+  *status = PKG_ERR03;
+  return true;
+}
+
 }  // namespace run_stop

@@ -13,6 +13,8 @@
 #ifndef EXTRACT_RUN_STOP_H_
 #define EXTRACT_RUN_STOP_H_
 
+#include "status/kalu_status.h"
+
 namespace run_stop {
 
 // A new run: no write has failed, no abort has been seen.
@@ -34,6 +36,12 @@ void ReportAbort();
 
 // An abort has been asked for or a file could not be written.
 bool Requested();
+
+// Whether the source reader stops before its next chunk: the extract thread
+// has failed (`runStatus`), the single selected file is done, or the client
+// has aborted, which is then reported and sets `status` to PKG_ERR03.
+// Source reader only.
+bool ReaderStops(_KALU_Error runStatus, _KALU_Error* status);
 
 }  // namespace run_stop
 

@@ -4,8 +4,11 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <string>
 
+#include "extract/archive_input.h"
 #include "extract/extract_thread.h"
+#include "extract/package_reads.h"
 #include "extract/read_buffer.h"
 #include "extract/run_state.h"
 #include "extract/run_state_internal.h"
@@ -14,6 +17,9 @@
 #include "platform/log.h"
 #include "platform/thread.h"
 #include "support/file_handle.h"
+#if EV_HAVE_ISAL
+#include "extract/tar_inflater.h"
+#endif
 
 namespace {
 
@@ -21,69 +27,54 @@ namespace {
 const char kReaderName[] = "copyWithHash";
 #define READER_LOG(level, ...) EV_LOG_AS(kReaderName, level, __VA_ARGS__)
 
-const size_t kBlockSize = 512;
-const int kBlocksPerChunk = ReadAndExtractBuffer::kChunkSize / kBlockSize;
-
-// The package as a sequence of chunks: 64 blocks of 512 bytes at a time while
-// the file's size promises a whole chunk, plain reads for the tail.
-class ChunkSource {
- public:
-  ChunkSource(int fd, int64_t size) : m_fd(fd), m_remaining(size) {}
-
-  // Bytes read into `chunk`: 0 at end of file, negative on failure.
-  int64_t read(unsigned char* chunk) {
-    if (m_remaining >= ReadAndExtractBuffer::kChunkSize) {
-      int blocks = platform::ReadBlocks(m_fd, kBlockSize, m_blockCounter, kBlocksPerChunk, chunk);
-      int64_t bytes = static_cast<int64_t>(blocks) * static_cast<int64_t>(kBlockSize);
-      if (blocks > 0) {
-        m_blockCounter += static_cast<uint64_t>(blocks);
-        m_remaining -= bytes;
-      }
-      return bytes;
-    }
-    // Block reads leave the descriptor's position unspecified; plain reads
-    // go on right after the last block.
-    if (!m_bPlainReads) {
-      if (platform::SetPosition(m_fd, m_blockCounter * kBlockSize) != 0) return -1;
-      m_bPlainReads = true;
-    }
-    return platform::Read(m_fd, chunk, ReadAndExtractBuffer::kChunkSize);
-  }
-
- private:
-  int m_fd;
-  int64_t m_remaining;
-  uint64_t m_blockCounter = 0;
-  bool m_bPlainReads = false;
+// How the package's gzip layer ended, when the reader inflated it.
+struct GzipEnd {
+  std::string failure;       // empty: it ended well, or was not read to its end
+  bool checkFailed = false;  // a trailer's CRC-32 or size, which libarchive does not check
 };
 
-// Publishes chunks until the input ends or the run stops taking them. A
-// failure status set here is replaced by the extract thread's after the join.
-void FillChunks(ReadAndExtractBuffer& buffer, ChunkSource& source, _KALU_Error& status) {
-  for (;;) {
-    if (buffer.m_eStatus != KALU_NO_ERR) return;
-    if (g_isExtractionCompleted) return;
-    if (run_stop::AbortRequested()) {
-      run_stop::ReportAbort();
-      status = PKG_ERR03;
-      return;
-    }
+// Publishes the package's chunks as they are until the input ends or the run
+// stops taking them. A failure status set here is replaced by the extract
+// thread's after the join.
+void PassChunks(ReadAndExtractBuffer& buffer, ev::PackageReads& reads, _KALU_Error& status) {
+  while (!run_stop::ReaderStops(buffer.m_eStatus, &status)) {
     unsigned char* chunk = buffer.nextWrite();
     if (chunk == nullptr) {  // the extract thread has stopped reading
       if (run_stop::AbortRequested()) run_stop::ReportAbort();
       return;
     }
-    int64_t count = source.read(chunk);
-    if (count < 0) {
-      printf("Failed to read contents\n");
-      READER_LOG(kLogInfo, "Failed to read contents ");
-      status = PKG_ERR03;
-      return;
-    }
-    if (count == 0) return;
+    int64_t count = reads.read(chunk);
+    if (count < 0) status = PKG_ERR03;
+    if (count <= 0) return;
     buffer.writeReady(static_cast<unsigned int>(count));
-    extract_progress::BytesRead(buffer.m_ullBytesPublished);
   }
+}
+
+GzipEnd FillRing(ReadAndExtractBuffer& buffer, ev::PackageReads& reads, _KALU_Error& status) {
+#if EV_HAVE_ISAL
+  if (ev::TarInflaterEnabled()) {
+    ev::TarInflater inflater(buffer, reads);
+    if (inflater.run(status)) {
+      return {inflater.failureText(), inflater.failure() == ev::GzipMembers::Failure::kBadTrailer};
+    }
+    reads.restart();  // not gzip: libarchive is given the package as it is
+  }
+#endif
+  PassChunks(buffer, reads, status);
+  return {};
+}
+
+// Damage in the gzip layer that the archive reader never met (it stopped at
+// the archive's end before it) fails a run that would otherwise pass; a
+// trailer that fails its check is named in any case, since libarchive's
+// own reading never names it.
+void ReportGzipEnd(const GzipEnd& end, bool delivered, _KALU_Error& status) {
+  if (end.failure.empty()) return;
+  const bool decides = !delivered && status == KALU_NO_ERR;
+  if (decides || end.checkFailed) {
+    EV_SAY_AS(kReaderName, kLogError, "Error: package data damaged: %s", end.failure.c_str());
+  }
+  if (decides) status = PKG_ERR03;
 }
 
 // Everything after the package has been opened: starts the extract thread,
@@ -119,8 +110,8 @@ void ReadOpenPackage(ReadAndExtractBuffer& buffer, ExtractThreadArgs& args, int 
   READER_LOG(kLogInfo, " Entering While Loop ");
   extract_progress::SourceOpened(static_cast<uint64_t>(size));
 
-  ChunkSource source(fd, size);
-  FillChunks(buffer, source, status);
+  ev::PackageReads reads(fd, size);
+  const GzipEnd gzipEnd = FillRing(buffer, reads, status);
   extract_progress::ReadingDone();
 
   buffer.writeFinished();
@@ -136,6 +127,7 @@ void ReadOpenPackage(ReadAndExtractBuffer& buffer, ExtractThreadArgs& args, int 
   // An early end reaches the result only through what the extract thread
   // made of its truncated input.
   status = buffer.m_eStatus;
+  ReportGzipEnd(gzipEnd, args.input.failureDelivered, status);
 }
 
 }  // namespace
@@ -146,7 +138,7 @@ void copyWithHash(_KALU_Error& status) {
   extract_progress::Begin();
   run_stop::Begin();
   ReadAndExtractBuffer buffer;
-  ExtractThreadArgs args{&buffer, platform::CurrentThreadPriority()};
+  ExtractThreadArgs args{ArchiveInput{&buffer}, platform::CurrentThreadPriority()};
 
   printf("Input File : %s\n", g_srcFilePath.c_str());
   EV_LOG_INFO("Input File : %s", g_srcFilePath.c_str());
@@ -162,22 +154,3 @@ void copyWithHash(_KALU_Error& status) {
   }
   EV_LOG_LEAVE();
 }
-
-int open_arch(archive*, void*) { return ARCHIVE_OK; }
-
-la_ssize_t read_arch(archive*, void* clientData, const void** data) {
-  ReadAndExtractBuffer* buffer = *static_cast<ReadAndExtractBuffer**>(clientData);
-  // The chunk handed out by the previous call is given back only now: the
-  // archive reader reads it in place until it asks for the next one.
-  if (g_bFirstArchiveRead) {
-    g_bFirstArchiveRead = 0;
-  } else {
-    buffer->extractReady();
-  }
-  ExtractChunk chunk = buffer->nextExtract();
-  if (chunk.data == nullptr) buffer->extractFinished();
-  *data = chunk.data;
-  return static_cast<la_ssize_t>(chunk.length);
-}
-
-int close_arch(archive*, void*) { return ARCHIVE_OK; }

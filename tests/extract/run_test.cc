@@ -290,8 +290,11 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
     EXPECT_EQ(g_isExtractionCompleted.load(), 1);
     EXPECT_EQ(CheckExtractionCompleteness(), KALU_NO_ERR);
   };
-  add("bytes after the archive", {SignedManifest(), a}, KALU_NO_ERR)->options.trailingBytes =
-      kLargePackageBytes;
+  // Read to their end only where libarchive inflates: an inflating reader
+  // stops at the end of the gzip stream.
+  k = add("bytes after the archive", {SignedManifest(), a}, KALU_NO_ERR);
+  k->options.trailingBytes = kLargePackageBytes;
+  if (EV_HAVE_ISAL) k->stage = EXTRACTION_STAGE_FINISHING;
   // A package read to its end while Version.der waits: the run is not over.
   k = add("package read, run not over", {SignedManifest(), a, b}, KALU_NO_ERR);
   k->stage = EXTRACTION_STAGE_FINISHING;
@@ -316,7 +319,9 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
     EXPECT_EQ(run.stalled, one.run.stall);
     if (one.run.stall) {
       EXPECT_EQ(run.stalledStage, one.stage);
-      EXPECT_EQ(run.bytesRead < run.packageSize, one.stage == EXTRACTION_STAGE_READING);
+      // Bytes after the gzip stream are never needed.
+      EXPECT_EQ(run.bytesRead < run.packageSize,
+                one.stage == EXTRACTION_STAGE_READING || one.options.trailingBytes > 0);
     }
     ExpectInOrder(run.output, one.printed);
     for (const std::string& text : one.notPrinted) EXPECT_FALSE(run.Printed(text)) << text;
