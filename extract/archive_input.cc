@@ -19,14 +19,11 @@ la_ssize_t read_arch(archive* a, void* clientData, const void** data) {
   if (input->chunkOnLoan) input->ring->extractReady();
   ExtractChunk chunk = input->ring->nextExtract();
   input->chunkOnLoan = chunk.data != nullptr;
-  if (chunk.data == nullptr) {
-    input->ring->extractFinished();
-    if (chunk.failure != nullptr) {
-      archive_set_error(a, EIO, "%s", chunk.failure);
-      input->failureDelivered = true;
-      *data = nullptr;
-      return ARCHIVE_FATAL;
-    }
+  if (chunk.failure != nullptr) {
+    archive_set_error(a, EIO, "%s", chunk.failure);
+    input->failureDelivered = true;
+    *data = nullptr;
+    return ARCHIVE_FATAL;
   }
   *data = chunk.data;
   return static_cast<la_ssize_t>(chunk.length);

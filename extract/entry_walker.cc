@@ -74,7 +74,7 @@ class EntryWalker {
   bool isFilteredOut(const std::string& name);
   bool extractFile(const std::string& name, int64_t declaredSize);
   bool refuseEntry(const std::string& name, _KALU_Error status, const std::string& reason);
-  bool copyEntryData(const std::string& name, uint64_t byteLimit);
+  bool copyEntryData(HashAndWriteBuffer* file, uint64_t byteLimit);
   bool completesSingleFileRun(const std::string& name);
   bool runStopped();
 
@@ -207,7 +207,6 @@ bool EntryWalker::endManifest() {
 // A refused manifest discards every file pipeline of the run.
 bool EntryWalker::abandonManifest() {
   ClearHashAndWriteBuffer();
-  m_buffer.setHashAndWriteBuffer(nullptr);
   return endManifest();
 }
 
@@ -248,11 +247,9 @@ bool EntryWalker::extractFile(const std::string& name, int64_t declaredSize) {
     setStatus(PKG_ERR03);
     return true;
   }
-  m_buffer.setHashAndWriteBuffer(nullptr);
-  m_buffer.setHashAndWriteBuffer(file);
   StartFileThreads(file);
   g_vectorOfTHashAndWriteBuffer.push_back(file);
-  return copyEntryData(name, verdict.byteLimit);
+  return copyEntryData(file, verdict.byteLimit);
 }
 
 // The walk stops: the entry is not written, and the run fails with `status`.
@@ -263,15 +260,14 @@ bool EntryWalker::refuseEntry(const std::string& name, _KALU_Error status,
   return true;
 }
 
-// The archive reader decompresses straight into the pipeline's chunks, at
-// most `byteLimit` bytes of them.
-bool EntryWalker::copyEntryData(const std::string& name, uint64_t byteLimit) {
+// The archive reader copies the entry's data straight into the pipeline's
+// chunks, at most `byteLimit` bytes of them.
+bool EntryWalker::copyEntryData(HashAndWriteBuffer* file, uint64_t byteLimit) {
   uint64_t total = 0;
   for (;;) {
     if (runStopped()) return true;
-    HashAndWriteBuffer* file = m_buffer.hashAndWriteBuffer();
     unsigned char* chunk = file->nextCopy();
-    if (chunk == nullptr) return false;  // the source has ended
+    if (chunk == nullptr) return false;  // nobody would pass the chunks on
     la_ssize_t copied = archive_read_data(m_reader, chunk, HashAndWriteBuffer::kChunkSize);
     if (copied == 0) {
       file->copyComplete();
@@ -284,7 +280,9 @@ bool EntryWalker::copyEntryData(const std::string& name, uint64_t byteLimit) {
       return true;
     }
     total += static_cast<uint64_t>(copied);
-    if (total > byteLimit) return refuseEntry(name, SIGN_ERR02, OversizeReason(byteLimit));
+    if (total > byteLimit) {
+      return refuseEntry(file->m_strFileName, SIGN_ERR02, OversizeReason(byteLimit));
+    }
     file->copyReady(static_cast<unsigned int>(copied));
   }
 }

@@ -44,7 +44,6 @@ void ExtractArchive(archive* reader, ArchiveInput& input) {
   printf("Waiting for child threads to join\n");
   EXTRACT_LOG(kLogInfo, "Waiting for child threads to join");
   bool writeFailed = WaitForChildThreads();
-  buffer.setHashAndWriteBuffer(nullptr);
   // An abort during the end of the pipelines cut their files short.
   bool aborted = run_stop::AbortRequested();
   if ((writeFailed || aborted) && buffer.m_eStatus == KALU_NO_ERR) buffer.m_eStatus = PKG_ERR03;

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "extract/chunk_pool.h"
 #include "extract/hash_write_buffer.h"
-#include "extract/ring_pool.h"
 #include "extract/run_state.h"
 #include "extract/run_state_internal.h"
 #include "extract/run_stop.h"
@@ -102,10 +102,10 @@ std::string DigestText(const IHash* hash) {
   return text;
 }
 
-// The run's rings are all back: the pages of the idle ones go back too.
+// Every chunk of the run is back in the pool: its pages go back too.
 void EmptyBufferList() {
   std::vector<HashAndWriteBuffer*>().swap(g_vectorOfTHashAndWriteBuffer);
-  FileRingPool().trim();
+  ev::ChunkPool::Shared().trim();
 }
 
 }  // namespace
@@ -146,7 +146,6 @@ void* writerThread(void* argument) {
     }
     buffer->readReady(chunk.second);
   }
-  buffer->readFinished();
   buffer->m_ullBytesWritten = writer.total();
   buffer->m_bWriteFailed = failed;
   // Closed through the handle, which keeps -1: its own close when the buffer

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 
+#include "extract/chunk_pool.h"
 #include "platform/file_io.h"
 
 namespace {
@@ -11,12 +12,11 @@ uint32_t NextIndex(uint32_t index) { return (index + 1) % HashAndWriteBuffer::kC
 
 }  // namespace
 
-// The storage is left uninitialised on purpose: a small file touches only the
-// pages of the chunks it fills, not all 16 MiB.
 HashAndWriteBuffer::HashAndWriteBuffer(std::string fileName, std::string filePath)
     : m_strFileName(std::move(fileName)), m_strFilePath(std::move(filePath)) {
   std::memset(m_filledSizes, 0, sizeof m_filledSizes);
   std::memset(m_hashedSizes, 0, sizeof m_hashedSizes);
+  ev::ChunkPool::Shared().map();
   // Nothing is left behind when an allocation fails: the hash is held until
   // the file has been opened, and the file is opened only once its handle
   // has been allocated.
@@ -25,25 +25,22 @@ HashAndWriteBuffer::HashAndWriteBuffer(std::string fileName, std::string filePat
   m_pHash = hash.release();
 }
 
+// Both threads have ended: the chunks still in the slots (queued when the
+// threads were cancelled) are nobody's but this buffer's.
 HashAndWriteBuffer::~HashAndWriteBuffer() {
   delete m_pHash;
   m_pHash = nullptr;
   delete m_pFileHandle;
   m_pFileHandle = nullptr;
-  // Both threads have ended: nobody holds a chunk any more.
-  m_chunks.giveBack(m_bReturnExpected);
+  for (unsigned char* chunk : m_slots) {
+    if (chunk != nullptr) ev::ChunkPool::Shared().giveBack(chunk);
+  }
 }
 
 unsigned char* HashAndWriteBuffer::nextCopy() {
-  MutexLock lock(m_copyLock);
-  while (m_freeChunks == 0) {
-    if (m_bCopyStop) return nullptr;
-    m_bFillerWaiting = true;
-    lock.wait(m_copyCond);
-    m_bFillerWaiting = false;
-  }
-  --m_freeChunks;
-  return chunk(m_copyCursor);
+  if (m_bCopyStop) return nullptr;
+  m_slots[m_copyCursor] = ev::ChunkPool::Shared().take();
+  return m_slots[m_copyCursor];
 }
 
 void HashAndWriteBuffer::copyReady(unsigned int size) {
@@ -56,36 +53,19 @@ void HashAndWriteBuffer::copyReady(unsigned int size) {
   m_copyCursor = NextIndex(m_copyCursor);
 }
 
-// The ring can come back without further help only when both threads run;
-// otherwise it stays until the buffer is freed.
 void HashAndWriteBuffer::copyComplete() {
-  m_bReturnExpected = m_bHashThreadStarted && m_bWriterThreadStarted;
-  if (m_bReturnExpected) FileRingPool().expectReturn();
-  bool drained;
-  {
-    MutexLock lock(m_copyLock);
-    ++m_freeChunks;
-    m_bDataComplete = true;
-    drained = m_freeChunks == kChunkCount;
-  }
-  {
-    // The last chunks may be fewer than a batch.
-    MutexLock lock(m_hashLock);
-    if (m_bHasherWaiting) MutexLock::signal(m_hashCond);
-  }
-  if (drained) returnRing();
+  unsigned char* unused = m_slots[m_copyCursor];
+  m_slots[m_copyCursor] = nullptr;
+  ev::ChunkPool::Shared().giveBack(unused);
+  // The last chunks may be fewer than a batch.
+  MutexLock lock(m_hashLock);
+  if (m_bHasherWaiting) MutexLock::signal(m_hashCond);
 }
 
 void HashAndWriteBuffer::copyFinished() {
   MutexLock lock(m_hashLock);
   m_bCopyFinished = true;
   if (m_bHasherWaiting) MutexLock::signal(m_hashCond);
-}
-
-void HashAndWriteBuffer::stopCopy() {
-  MutexLock lock(m_copyLock);
-  m_bCopyStop = true;
-  if (m_bFillerWaiting) MutexLock::signal(m_copyCond);
 }
 
 // Filled chunks are drained before the end of data is honoured; a
@@ -100,7 +80,7 @@ HashAndWriteBuffer::Chunk HashAndWriteBuffer::nextHash() {
   if (m_chunksToHash == 0 || m_bCancelled) return Chunk(nullptr, 0);
   --m_chunksToHash;
   m_bHashQueueEmptied = m_chunksToHash == 0;
-  return Chunk(chunk(m_hashCursor), m_filledSizes[m_hashCursor]);
+  return Chunk(m_slots[m_hashCursor], m_filledSizes[m_hashCursor]);
 }
 
 void HashAndWriteBuffer::hashReady(unsigned int size) {
@@ -131,46 +111,16 @@ HashAndWriteBuffer::Chunk HashAndWriteBuffer::nextRead() {
   }
   if (m_chunksToWrite == 0 || m_bCancelled) return Chunk(nullptr, 0);
   --m_chunksToWrite;
-  return Chunk(chunk(m_readCursor), m_hashedSizes[m_readCursor]);
+  return Chunk(m_slots[m_readCursor], m_hashedSizes[m_readCursor]);
 }
 
-void HashAndWriteBuffer::readReady(unsigned int size) {
-  bool drained;
-  {
-    MutexLock lock(m_copyLock);
-    ++m_freeChunks;
-    drained = m_bDataComplete && m_freeChunks == kChunkCount;
-    if (m_bFillerWaiting) MutexLock::signal(m_copyCond);
-  }
-  {
-    MutexLock lock(m_checkLock);
-    m_uncheckedBytes += size;
-    if (m_bObserverWaiting) MutexLock::signal(m_checkCond);
-  }
+// The slot lets go of its chunk before the pool has it again: the filler may
+// put the next chunk there as soon as the pool hands one out.
+void HashAndWriteBuffer::readReady(unsigned int) {
+  unsigned char* written = m_slots[m_readCursor];
+  m_slots[m_readCursor] = nullptr;
   m_readCursor = NextIndex(m_readCursor);
-  if (drained) returnRing();
-}
-
-// Called once, by whichever party saw the last chunk come back after the
-// data was complete; no chunk is in anybody's hands.
-void HashAndWriteBuffer::returnRing() { m_chunks.giveBack(m_bReturnExpected); }
-
-void HashAndWriteBuffer::readFinished() {
-  MutexLock lock(m_checkLock);
-  m_bReadFinished = true;
-  if (m_bObserverWaiting) MutexLock::signal(m_checkCond);
-}
-
-uint64_t HashAndWriteBuffer::nextCheck() {
-  MutexLock lock(m_checkLock);
-  while (m_uncheckedBytes == 0 && !m_bReadFinished) {
-    m_bObserverWaiting = true;
-    lock.wait(m_checkCond);
-    m_bObserverWaiting = false;
-  }
-  uint64_t bytes = m_uncheckedBytes;
-  m_uncheckedBytes = 0;
-  return bytes;
+  ev::ChunkPool::Shared().giveBack(written);
 }
 
 // The stop is cooperative rather than an asynchronous pthread_cancel: a thread

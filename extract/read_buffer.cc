@@ -4,8 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "extract/hash_write_buffer.h"
-
 namespace {
 
 uint32_t NextIndex(uint32_t index) {
@@ -97,17 +95,6 @@ void ReadAndExtractBuffer::extractReady() {
   m_extractIndex = NextIndex(m_extractIndex);
 }
 
-// The archive reader may still hold inflated data of the current entry when
-// the input ends. A pipeline whose two threads run gives its chunks back by
-// itself, so its filler waits for room for that data instead of dropping it;
-// only a pipeline that lacks one of them is stopped.
-void ReadAndExtractBuffer::extractFinished() {
-  if (m_pCurrentPipeline == nullptr) return;
-  if (m_pCurrentPipeline->m_bHashThreadStarted && m_pCurrentPipeline->m_bWriterThreadStarted)
-    return;
-  m_pCurrentPipeline->stopCopy();
-}
-
 void ReadAndExtractBuffer::extractStopped(bool archiveEnded) {
   MutexLock lock(m_writeLock);
   m_bExtractStopped = true;
@@ -118,8 +105,4 @@ void ReadAndExtractBuffer::extractStopped(bool archiveEnded) {
 bool ReadAndExtractBuffer::archiveEnded() {
   MutexLock lock(m_writeLock);
   return m_bArchiveEnded;
-}
-
-void ReadAndExtractBuffer::setHashAndWriteBuffer(HashAndWriteBuffer* buffer) {
-  m_pCurrentPipeline = buffer;
 }

@@ -3,7 +3,7 @@
 // 128 chunks of 32 KiB. One producer (the source reader, on the caller's
 // thread) fills chunks: nextWrite/writeReady/writeFinished. One consumer (the
 // extract thread, inside the archive read callback) takes them:
-// nextExtract/extractReady/extractFinished. The write lock guards the free
+// nextExtract/extractReady. The write lock guards the free
 // count, the extract lock guards the filled count, the lengths and the end
 // flag; no operation holds both. The ring lives on the reader's stack for one
 // run and must outlive the extract thread.
@@ -37,8 +37,6 @@
 #include "support/sync.h"
 #include "support/thread_annotations.h"
 
-class HashAndWriteBuffer;
-
 struct ExtractChunk {
   unsigned char* data;  // null at the end of input
   uint32_t length;      // 0 at the end of input
@@ -66,13 +64,10 @@ class EV_EXPORT ReadAndExtractBuffer {
   // Consumer.
   ExtractChunk nextExtract();  // published chunks are drained before the end
   void extractReady();
-  void extractFinished();  // stops the current per-file buffer, unless it drains itself
   // Takes no more chunks and wakes the producer; `archiveEnded` tells it
   // that the archive was read to its end (the run may still go on).
   void extractStopped(bool archiveEnded = false);
   bool archiveEnded();  // producer, once nextWrite has returned null
-  void setHashAndWriteBuffer(HashAndWriteBuffer* buffer);
-  HashAndWriteBuffer* hashAndWriteBuffer() const { return m_pCurrentPipeline; }
 
   // Outcome of the extraction, written by the extract thread, read by the
   // producer once per chunk.
@@ -81,7 +76,6 @@ class EV_EXPORT ReadAndExtractBuffer {
  private:
   std::unique_ptr<unsigned char[]> m_data;
   uint32_t m_lengths[kChunkCount] GUARDED_BY(m_extractLock);
-  HashAndWriteBuffer* m_pCurrentPipeline = nullptr;
 
   Mutex m_writeLock;
   Cond m_freeCond;

@@ -1,8 +1,7 @@
 // The ends of the rings that no run can time on purpose: the end of input
-// while the extract thread waits for a chunk, the end of input while it waits
-// for room in a full file ring (with the file's threads running, and with
-// one missing), and a cancellation while chunks are queued. The other ends
-// and stops are met by the runs.
+// while the extract thread waits for a chunk, a filler waiting for a chunk of
+// the pool that another file's writer gives back, and a cancellation while
+// chunks are queued. The other ends and stops are met by the runs.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -28,28 +27,22 @@ TEST(Rings, EndsAndCancellationsReachThePartyThatWaits) {
   EXPECT_EQ(consumer.get(), nullptr);
 
   testsupport::TempDir dir;
-  HashAndWriteBuffer file("a", dir.file("a"));
-  input.setHashAndWriteBuffer(&file);
+  HashAndWriteBuffer first("a", dir.file("a")), second("b", dir.file("b"));
   for (uint32_t i = 0; i < HashAndWriteBuffer::kChunkCount; ++i) {
-    ASSERT_NE(file.nextCopy(), nullptr);
-    file.copyReady(1);
+    ASSERT_NE(first.nextCopy(), nullptr);
+    first.copyReady(1);
   }
-  // The end of input leaves a pipeline whose threads run to drain itself: the
-  // archive reader may still hold the entry's last data.
-  file.m_bHashThreadStarted = file.m_bWriterThreadStarted = true;
-  auto filler = Blocked([&] { return file.nextCopy(); });
-  input.extractFinished();
-  EXPECT_EQ(filler.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
-  file.hashReady(file.nextHash().second);
-  file.readReady(file.nextRead().second);
-  EXPECT_NE(filler.get(), nullptr);
-  file.copyReady(1);
-  file.m_bWriterThreadStarted = false;  // one that cannot is stopped
-  filler = Blocked([&] { return file.nextCopy(); });
-  input.extractFinished();
-  EXPECT_EQ(filler.get(), nullptr);
-  file.CancelHashWriteThreads();
-  EXPECT_EQ(file.nextHash().first, nullptr);  // though every chunk waits for it
+  // The next file starts in the first chunk the last one gives back.
+  auto filler = Blocked([&] { return second.nextCopy(); });
+  first.hashReady(first.nextHash().second);
+  unsigned char* freed = first.nextRead().first;
+  first.readReady(1);
+  EXPECT_EQ(filler.get(), freed);
+  second.copyComplete();
+  second.stopCopy();  // a file one of whose threads never started
+  EXPECT_EQ(second.nextCopy(), nullptr);
+  first.CancelHashWriteThreads();
+  EXPECT_EQ(first.nextHash().first, nullptr);  // though every chunk waits for it
 }
 
 }  // namespace
