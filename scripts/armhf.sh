@@ -34,7 +34,7 @@ packages=(
   libc6 libc6-dev libgcc-s1 gcc-12-base libstdc++6 libcrypt1
   libarchive-dev libarchive13 libacl1 libbz2-1.0 liblz4-1 liblzma5 libxml2 libicu72
   libzstd1 libnettle8
-  libssl-dev libssl3 zlib1g-dev zlib1g libgtest-dev
+  libssl-dev libssl3 zlib1g-dev zlib1g libisal-dev libisal2 libgtest-dev
 )
 # Header-only libraries the tool is built with: one package for every
 # architecture, so they are downloaded by their plain names.
@@ -52,7 +52,8 @@ if [ ! -f "$sysroot/.complete" ]; then
 fi
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DEV_WERROR=ON \
-  -DCMAKE_TOOLCHAIN_FILE="$root/cmake/armhf-toolchain.cmake" -DEV_ARMHF_SYSROOT="$sysroot"
+  -DCMAKE_TOOLCHAIN_FILE="$root/cmake/armhf-toolchain.cmake" -DEV_ARMHF_SYSROOT="$sysroot" \
+  -DEV_INFLATER=isal
 # The durations tell whether a CI run can afford the emulated suite.
 started=$SECONDS
 cmake --build "$build"

@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config
-  libarchive-dev libssl-dev zlib1g-dev libbz2-dev
+  libarchive-dev libssl-dev zlib1g-dev libbz2-dev libisal-dev
   libgtest-dev googletest
   libarchive-tools
   libcli11-dev nlohmann-json3-dev
