@@ -31,6 +31,7 @@ const char kReaderName[] = "copyWithHash";
 struct GzipEnd {
   std::string failure;       // empty: it ended well, or was not read to its end
   bool checkFailed = false;  // a trailer's CRC-32 or size, which libarchive does not check
+  bool tailCut = false;      // an abort came while the rest was checked
 };
 
 // Publishes the package's chunks as they are until the input ends or the run
@@ -55,7 +56,8 @@ GzipEnd FillRing(ReadAndExtractBuffer& buffer, ev::PackageReads& reads, _KALU_Er
   if (ev::TarInflaterEnabled()) {
     ev::TarInflater inflater(buffer, reads);
     if (inflater.run(status)) {
-      return {inflater.failureText(), inflater.failure() == ev::GzipMembers::Failure::kBadTrailer};
+      return {inflater.failureText(), inflater.failure() == ev::GzipMembers::Failure::kBadTrailer,
+              inflater.tailCut()};
     }
     reads.restart();  // not gzip: libarchive is given the package as it is
   }
@@ -67,8 +69,10 @@ GzipEnd FillRing(ReadAndExtractBuffer& buffer, ev::PackageReads& reads, _KALU_Er
 // Damage in the gzip layer that the archive reader never met (it stopped at
 // the archive's end before it) fails a run that would otherwise pass; a
 // trailer that fails its check is named in any case, since libarchive's
-// own reading never names it.
+// own reading never names it. So does an abort before the package was
+// checked to its end.
 void ReportGzipEnd(const GzipEnd& end, bool delivered, _KALU_Error& status) {
+  if (end.tailCut && status == KALU_NO_ERR) status = PKG_ERR03;
   if (end.failure.empty()) return;
   const bool decides = !delivered && status == KALU_NO_ERR;
   if (decides || end.checkFailed) {

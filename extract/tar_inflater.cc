@@ -118,7 +118,11 @@ void TarInflater::checkTail(_KALU_Error& status) {
   if (run_stop::AbortRequested()) run_stop::ReportAbort();
   if (!m_ring.archiveEnded()) return;
   std::unique_ptr<unsigned char[]> scratch(new unsigned char[kSpan]);
-  while (!run_stop::ReaderStops(m_ring.m_eStatus, &status)) {
+  for (;;) {
+    if (run_stop::ReaderStops(m_ring.m_eStatus, &status)) {
+      m_bTailCut = true;
+      return;
+    }
     size_t produced = 0;
     const Step step = m_gzip.decode(scratch.get(), kSpan, &produced);
     if (step == Step::kNeedInput) readInput(status);

@@ -47,6 +47,9 @@ class TarInflater {
   // well or was not read to its end.
   GzipMembers::Failure failure() const { return m_gzip.failure(); }
   const std::string& failureText() const { return m_gzip.failureText(); }
+  // Whether the run stopped (an abort) while the rest of the package was
+  // being checked after the archive's end: the package was not read whole.
+  bool tailCut() const { return m_bTailCut; }
 
  private:
   enum : uint64_t { kSpan = 65536 };
@@ -64,6 +67,7 @@ class TarInflater {
   uint64_t m_published = 0;           // ... of which the ring's consumer may see
   unsigned char* m_region = nullptr;  // reserved room for the next bytes
   size_t m_regionLeft = 0;
+  bool m_bTailCut = false;
 };
 
 // Whether the reader inflates: true, unless a test has turned the route off

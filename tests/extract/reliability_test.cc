@@ -298,6 +298,29 @@ TEST_F(RunTest, FaultsEndTheRunFailedOrComplete) {
     EXPECT_FALSE(abort && run.Printed("Failed to write content"));
     EXPECT_EQ(testsupport::FileExists(Out("bomb")), !manifestFirst) << bombEnds[c];
   }
+  // Gigabytes of zeros in gzip members after the archive: the inflating
+  // reader goes on to check their trailers once libarchive is done, and an
+  // abort ends that too.
+  if (EV_HAVE_ISAL) {
+    const std::string zeros = package::GzipCompress(std::string(64 << 20, '\0'));
+    std::string bomb = testsupport::ReadFile(Build(entries).path);
+    const uint64_t archive = bomb.size();
+    for (int i = 0; i < 64; ++i) bomb += zeros;
+    testsupport::WriteFile(path, bomb);
+    ClearDestination();
+    auto aborted = std::chrono::steady_clock::now();
+    RunOptions inTail;
+    inTail.duringRun = [&] {
+      uint64_t read = 0, size = 0;
+      while (!(GetExtractionProgress(&read, &size) && read > archive + (1 << 20))) {
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+      }
+      aborted = std::chrono::steady_clock::now();
+      AbortExtraction();
+    };
+    EXPECT_EQ(Run(path, inTail).status, PKG_ERR03);
+    EXPECT_LT(std::chrono::steady_clock::now() - aborted, std::chrono::seconds(1));
+  }
   Build(entries);
   // The moments range over how long an undisturbed run takes.
   const auto start = std::chrono::steady_clock::now();
