@@ -248,7 +248,6 @@ bool EntryWalker::extractFile(const std::string& name, int64_t declaredSize) {
     return true;
   }
   StartFileThreads(file);
-  g_vectorOfTHashAndWriteBuffer.push_back(file);
   return copyEntryData(file, verdict.byteLimit);
 }
 
@@ -281,7 +280,7 @@ bool EntryWalker::copyEntryData(HashAndWriteBuffer* file, uint64_t byteLimit) {
     }
     total += static_cast<uint64_t>(copied);
     if (total > byteLimit) {
-      return refuseEntry(file->m_strFileName, SIGN_ERR02, OversizeReason(byteLimit));
+      return refuseEntry(file->fileName(), SIGN_ERR02, OversizeReason(byteLimit));
     }
     file->copyReady(static_cast<unsigned int>(copied));
   }

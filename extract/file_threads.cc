@@ -84,9 +84,24 @@ bool StartFileThread(HashAndWriteBuffer* file, const char* name, void* (*entry)(
   return false;
 }
 
-void JoinStartedThreads(HashAndWriteBuffer* buffer) {
-  if (buffer->m_bHashThreadStarted) platform::JoinThread(buffer->m_hashThreadId);
-  if (buffer->m_bWriterThreadStarted) platform::JoinThread(buffer->m_writerThreadId);
+// What joining a file's threads needs, kept from their start.
+struct StartedThreads {
+  pthread_t hash{};
+  pthread_t writer{};
+  bool hashStarted = false;
+  bool writerStarted = false;
+};
+
+// One record per buffer of g_vectorOfTHashAndWriteBuffer, in its order.
+std::vector<StartedThreads> g_startedThreads;
+
+// What the writer hands to its join when a write failed; null otherwise.
+char g_writeFailed;
+
+// Joins the threads that started; true when the writer says a write failed.
+bool JoinStartedThreads(const StartedThreads& threads) {
+  if (threads.hashStarted) platform::JoinThread(threads.hash);
+  return threads.writerStarted && platform::JoinThread(threads.writer) == &g_writeFailed;
 }
 
 // Two lower-case hex digits per digest byte; empty for a hash that computes
@@ -105,6 +120,7 @@ std::string DigestText(const IHash* hash) {
 // Every chunk of the run is back in the pool: its pages go back too.
 void EmptyBufferList() {
   std::vector<HashAndWriteBuffer*>().swap(g_vectorOfTHashAndWriteBuffer);
+  std::vector<StartedThreads>().swap(g_startedThreads);
   ev::ChunkPool::Shared().trim();
 }
 
@@ -146,22 +162,19 @@ void* writerThread(void* argument) {
     }
     buffer->readReady(chunk.second);
   }
-  buffer->m_ullBytesWritten = writer.total();
-  buffer->m_bWriteFailed = failed;
-  // Closed through the handle, which keeps -1: its own close when the buffer
-  // is freed then cannot hit a descriptor opened since by another thread.
-  buffer->m_pFileHandle->closeNow();
-  return nullptr;
+  buffer->closeFile();
+  return failed ? &g_writeFailed : nullptr;
 }
 
 void StartFileThreads(HashAndWriteBuffer* file) {
-  file->m_bHashThreadStarted =
-      StartFileThread(file, "hashThread", hashThread, new HashThreadArgs{file, file->m_pHash, 0},
-                      &file->m_hashThreadId);
-  file->m_bWriterThreadStarted =
+  StartedThreads threads;
+  threads.hashStarted = StartFileThread(file, "hashThread", hashThread,
+                                        new HashThreadArgs{file, file->hash(), 0}, &threads.hash);
+  threads.writerStarted =
       StartFileThread(file, "writerThread", writerThread,
-                      new WriterThreadArgs{file, *file->m_pFileHandle, &file->m_ullBytesWritten},
-                      &file->m_writerThreadId);
+                      new WriterThreadArgs{file, file->fileDescriptor()}, &threads.writer);
+  g_vectorOfTHashAndWriteBuffer.push_back(file);
+  g_startedThreads.push_back(threads);
 }
 
 bool WaitForChildThreads() {
@@ -172,25 +185,25 @@ bool WaitForChildThreads() {
   // of both, where the first file's digest is recorded: unless the data is
   // the same, the file on disk matches no recorded digest.
   std::map<std::string, std::string> pathDigests;
-  for (HashAndWriteBuffer* buffer : g_vectorOfTHashAndWriteBuffer) {
-    if (buffer == nullptr) continue;
+  for (size_t i = 0; i < g_vectorOfTHashAndWriteBuffer.size(); ++i) {
+    HashAndWriteBuffer* buffer = g_vectorOfTHashAndWriteBuffer[i];
+    const StartedThreads& threads = g_startedThreads[i];
     buffer->copyFinished();
     // An aborted run fails whatever its files hold: what is still queued is
     // dropped instead of being hashed and written.
     if (run_stop::AbortRequested()) buffer->CancelHashWriteThreads();
     // Without a hash thread nobody would tell the writer that no more is coming.
-    if (!buffer->m_bHashThreadStarted) buffer->hashFinished();
-    JoinStartedThreads(buffer);
-    const std::string digest = DigestText(buffer->m_pHash);
-    g_hashResult.emplace(buffer->m_strFileName, digest);
-    auto written = pathDigests.emplace(buffer->m_strFilePath, digest);
+    if (!threads.hashStarted) buffer->hashFinished();
+    const bool writeFailed = JoinStartedThreads(threads);
+    const std::string digest = DigestText(buffer->hash());
+    g_hashResult.emplace(buffer->fileName(), digest);
+    auto written = pathDigests.emplace(buffer->filePath(), digest);
     if (!written.second && written.first->second != digest) {
       EV_SAY(kLogError, "Error: %s written twice with different contents",
-             buffer->m_strFilePath.c_str());
+             buffer->filePath().c_str());
       incomplete = true;
     }
-    incomplete = incomplete || buffer->m_bWriteFailed || !buffer->m_bHashThreadStarted ||
-                 !buffer->m_bWriterThreadStarted;
+    incomplete = incomplete || writeFailed || !threads.hashStarted || !threads.writerStarted;
     delete buffer;
     extract_progress::FileFinished();
   }
@@ -199,11 +212,10 @@ bool WaitForChildThreads() {
 }
 
 void ClearHashAndWriteBuffer() {
-  for (HashAndWriteBuffer* buffer : g_vectorOfTHashAndWriteBuffer) {
-    if (buffer == nullptr) continue;
-    buffer->CancelHashWriteThreads();
-    JoinStartedThreads(buffer);
-    delete buffer;
+  for (size_t i = 0; i < g_vectorOfTHashAndWriteBuffer.size(); ++i) {
+    g_vectorOfTHashAndWriteBuffer[i]->CancelHashWriteThreads();
+    JoinStartedThreads(g_startedThreads[i]);
+    delete g_vectorOfTHashAndWriteBuffer[i];
   }
   EmptyBufferList();
 }

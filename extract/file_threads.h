@@ -1,22 +1,23 @@
 // The two threads of every extracted file, and their end.
 //
-// For each HashAndWriteBuffer the extract thread starts hashThread (feeds the
-// chunks to the file's hash object) and writerThread (writes them to the
-// destination file and frees them). Each thread gets its own heap argument
-// block and frees it; when a thread cannot be started, the starter frees the
-// block and calls stopCopy() on the buffer.
+// StartFileThreads starts, for a new HashAndWriteBuffer, hashThread (feeds
+// the chunks to the file's hash object) and writerThread (writes them to the
+// destination file and gives them back to the chunk pool), appends the
+// buffer to g_vectorOfTHashAndWriteBuffer and keeps a record of its own of
+// what joining them needs: their ids and which of them started. Each thread
+// gets its own heap argument block and frees it; when a thread cannot be
+// started, the starter frees the block and calls stopCopy() on the buffer.
 //
 // A failed write never ends the process: the writer prints and logs the
 // failure, stops writing that file, keeps taking and giving back chunks so
-// that the filler and the hasher never block, and records the failure in the
-// buffer (m_bWriteFailed).
+// that the filler and the hasher never block, and hands the failure to
+// whoever joins it.
 //
 // StartFileThreads, WaitForChildThreads and ClearHashAndWriteBuffer run on
-// the extract thread only, as do all uses of g_vectorOfTHashAndWriteBuffer and g_hashResult.
+// the extract thread only, as do all uses of g_vectorOfTHashAndWriteBuffer,
+// g_hashResult and the records.
 #ifndef EXTRACT_FILE_THREADS_H_
 #define EXTRACT_FILE_THREADS_H_
-
-#include <cstdint>
 
 class HashAndWriteBuffer;
 class IHash;
@@ -30,16 +31,15 @@ struct HashThreadArgs {
 struct WriterThreadArgs {
   HashAndWriteBuffer* buffer;
   int fd;
-  uint64_t* bytesWritten;  // not used: the writer stores its total in the buffer
 };
 
 // Thread entries; each takes ownership of its heap argument block.
 void* hashThread(void* argument);
 void* writerThread(void* argument);
 
-// Starts both threads of a new buffer (extract thread), recording their ids
-// and which of them started; a refused thread is printed and logged and
-// stops the buffer's filler.
+// Starts both threads of a new buffer and appends it to the run's list
+// (extract thread); a refused thread is printed and logged and stops the
+// buffer's filler.
 void StartFileThreads(HashAndWriteBuffer* file);
 
 // Finishes, joins and frees every buffer of the run in creation order,

@@ -21,23 +21,22 @@
 // hashFinished and the cancellation wake their party in any case. A party
 // that is woken takes whatever is there, so no chunk waits for ever.
 //
+// The buffer also holds the file it is for: its name in the archive, its
+// path, its open destination and its hash object.
+//
 // Ownership: created by the extract thread, owned by
-// g_vectorOfTHashAndWriteBuffer once appended; freed by WaitForChildThreads or
-// ClearHashAndWriteBuffer (extract thread only), after both of its threads
-// have ended; the destructor gives the chunks still in its slots back to the
-// pool. The thread entries and those two functions are declared in
-// extract/file_threads.h.
+// g_vectorOfTHashAndWriteBuffer once its threads are started; freed by
+// WaitForChildThreads or ClearHashAndWriteBuffer (extract/file_threads.h,
+// extract thread only), after both of its threads have ended; the
+// destructor gives the chunks still in its slots back to the pool.
 #ifndef EXTRACT_HASH_WRITE_BUFFER_H_
 #define EXTRACT_HASH_WRITE_BUFFER_H_
-
-#include <pthread.h>
 
 #include <atomic>
 #include <cstdint>
 #include <string>
 #include <utility>
 
-#include "extract/file_threads.h"
 #include "extract_verify_export.h"
 #include "support/file_handle.h"
 #include "support/hash.h"
@@ -112,25 +111,25 @@ class EV_EXPORT HashAndWriteBuffer {
   // either; atomic because the two locks do not order each other.
   std::atomic<bool> m_bCancelled{false};
 
-  // The file's threads and data, set up by the extract thread (see
-  // StartFileThreads) and read by WaitForChildThreads after the joins.
- public:
-  pthread_t m_hashThreadId{};
-  pthread_t m_writerThreadId{};
-  bool m_bHashThreadStarted = false;
-  bool m_bWriterThreadStarted = false;
-
+  // The file the ring is for, set up by the constructor.
   IHash* m_pHash = nullptr;
   std::string m_strFileName;
   std::string m_strFilePath;
   FileHandle* m_pFileHandle = nullptr;
-  uint64_t m_ullBytesWritten = 0;
-  bool m_bWriteFailed = false;  // written by the writer, read after it is joined
 
- private:
   // Whether the chunk the hasher holds was the last one queued for it;
   // touched by the hash thread only.
   bool m_bHashQueueEmptied = false;
+
+ public:
+  const std::string& fileName() const { return m_strFileName; }
+  const std::string& filePath() const { return m_strFilePath; }
+  IHash* hash() const { return m_pHash; }
+  // The destination's descriptor, for the writer; -1 once closed.
+  int fileDescriptor() const { return *m_pFileHandle; }
+  // Closes the destination (the writer, at its end); the descriptor kept
+  // is -1, so that no second close can hit another file's descriptor.
+  void closeFile() { m_pFileHandle->closeNow(); }
 };
 
 #endif  // EXTRACT_HASH_WRITE_BUFFER_H_

@@ -13,7 +13,11 @@ int StartThread(pthread_t* id, void* (*entry)(void*), void* argument) {
   return pthread_create(id, nullptr, entry, argument);
 }
 
-void JoinThread(pthread_t id) { pthread_join(id, nullptr); }
+void* JoinThread(pthread_t id) {
+  void* result = nullptr;
+  pthread_join(id, &result);
+  return result;
+}
 
 void SetCurrentThreadName(const char* name) {
 #if defined(__QNXNTO__)

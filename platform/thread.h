@@ -17,9 +17,9 @@ namespace platform {
 // error number of the refusal. Any thread.
 int StartThread(pthread_t* id, void* (*entry)(void*), void* argument);
 
-// Waits for a thread that StartThread started, once, and discards its
-// result. Any thread but the one joined.
-void JoinThread(pthread_t id);
+// Waits for a thread that StartThread started, once; what its entry
+// returned. Any thread but the one joined.
+void* JoinThread(pthread_t id);
 
 // Gives the calling thread a name (at most 15 characters are kept on Linux).
 void SetCurrentThreadName(const char* name);

@@ -27,7 +27,7 @@ cmake --install "$build" --prefix "$prefix" > "$work/install.log"
 for file in bin/extract-verify lib/libextract_verify.so lib/libhxlog.so lib/libHX_ConfigParser.so \
             include/extract_verify.h include/extract_verify/extract_verify.h \
             include/extract_verify/status/kalu_status.h \
-            include/extract_verify/extract/file_threads.h \
+            include/extract_verify/extract/hash_write_buffer.h \
             lib/cmake/extract_verify/extract_verifyConfig.cmake lib/pkgconfig/extract_verify.pc \
             share/man/man1/extract-verify.1 share/bash-completion/completions/extract-verify; do
   [ -e "$prefix/$file" ] || fail "$file is not installed"
