@@ -218,6 +218,11 @@ TEST_F(ToolTest, UnusableInputsAndFailedSignaturesAreOneSentenceNamingTheCause) 
                             const_cast<char*>("secret"));
   fclose(file);
   testsupport::WriteFile(Path("pass.txt"), "wrong\n");
+  const std::string revoked = Path("revoked.pem");
+  testsupport::WriteFile(revoked, ReadFile(trust()));
+  pki::AppendCrlPem(revoked, m_root, {{m_signer.cert.get(), pki::UtcTime(2024, 3, 1)}},
+                    pki::UtcTime(2024, 3, 2));
+  const std::string revokedOn = "revoked on 2024-03-01 00:00:00 UTC by a CRL in " + revoked;
   const std::vector<std::string> pack = {"pack", "--out", Path("new.tar.gz"), Input("f", "f")};
   auto packWith = [&](std::vector<std::string> more) {
     more.insert(more.begin(), pack.begin(), pack.end());
@@ -244,6 +249,8 @@ TEST_F(ToolTest, UnusableInputsAndFailedSignaturesAreOneSentenceNamingTheCause) 
            ": the signer /CN=Test Signer does not lead to a certificate in"},
       {{"extract", "--quiet", "--cert", Path("stranger.pem"), Path("pkg.tar.gz"), Path("out")},
        "does not lead to a certificate in " + Path("stranger.pem") + " (untrusted anchor)"},
+      {packWith({"--key", m_signerKey, "--cert", m_signerCert, "--trust", revoked}),
+       "cannot sign packages that the extractor accepts: it was " + revokedOn},
   };
   for (const BadInput& bad : cases) {
     ToolRun run = Run(bad.args, {"PASS=secret"});
@@ -257,6 +264,12 @@ TEST_F(ToolTest, UnusableInputsAndFailedSignaturesAreOneSentenceNamingTheCause) 
                                    m_signerCert, "--trust", trust()}),
                          {"PASS=secret"});
   EXPECT_EQ(unlocked.exitStatus, 0) << unlocked.err;
+  // The library's line and the tool's reason name the revocation.
+  ToolRun run = Run({"inspect", "--cert", revoked, Path("pkg.tar.gz")});
+  EXPECT_EQ(run.exitStatus, 1);
+  EXPECT_TRUE(run.OutHas("  Signer certificate is revoked by a CRL in " + revoked + "\n") &&
+              run.OutHas("  the signer /CN=Test Signer was " + revokedOn + "\n"))
+      << run.out;
 }
 
 }  // namespace

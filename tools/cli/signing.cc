@@ -37,7 +37,11 @@ void AddSigningOptions(CLI::App* command, SigningOptions* options) {
 pki::Identity LoadCheckedSigner(const SigningOptions& options) {
   if (!options.trust.empty()) CheckCertificateFile(options.trust);
   pki::Identity signer = LoadSigner(options.cert, options.key, options.pass);
-  const std::string refusal = SignerRefusal(signer.cert.get());
+  std::string refusal = SignerRefusal(signer.cert.get());
+  if (refusal.empty() && !options.trust.empty()) {
+    const std::string revocation = SignerRevocation(signer.cert.get(), options.trust);
+    if (!revocation.empty()) refusal = "it was " + revocation;
+  }
   if (!refusal.empty()) {
     throw PackRefused("the signer certificate in " + options.cert +
                       " cannot sign packages "
