@@ -32,6 +32,9 @@ void AddSigningOptions(CLI::App* command, SigningOptions* options) {
                    "verify the written package against these trusted certificates before "
                    "keeping it")
       ->type_name("CERT");
+  command->add_flag("--no-signing-time", options->noSigningTime,
+                    "sign without signed attributes, so without the signing time: with an RSA "
+                    "key the same manifest then gives the same Version.der");
 }
 
 pki::Identity LoadCheckedSigner(const SigningOptions& options) {
@@ -58,8 +61,7 @@ void CheckAgainstTrust(const std::string& package, const std::string& trustFile)
   Verification verification = VerifySignedManifest(scan.signedManifestPieces.at(0), trustFile);
   if (verification.status != KALU_NO_ERR) {
     throw PackRefused("the package does not verify against " + trustFile + ": " +
-                      (verification.reason.empty() ? "status " + std::to_string(verification.status)
-                                                   : verification.reason));
+                      WhyNotVerified(verification));
   }
 }
 

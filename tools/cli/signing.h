@@ -1,7 +1,7 @@
 // What `pack` and `resign` share: the signer's options (--key, --cert,
-// --pass, --out, --force, --trust), loading the signer and refusing one the
-// extractor would refuse, and the check of a written package against a
-// trust file before it is kept. Main thread.
+// --pass, --out, --force, --trust, --no-signing-time), loading the signer
+// and refusing one the extractor would refuse, and the check of a written
+// package against a trust file before it is kept. Main thread.
 #ifndef TOOLS_CLI_SIGNING_H_
 #define TOOLS_CLI_SIGNING_H_
 
@@ -19,6 +19,12 @@ struct SigningOptions {
   std::string out;
   std::string trust;
   bool force = false;
+  bool noSigningTime = false;
+
+  pki::SignedAttributes attributes() const {
+    return noSigningTime ? pki::SignedAttributes::kNone
+                         : pki::SignedAttributes::kWithSigningTime;
+  }
 };
 
 void AddSigningOptions(CLI::App* command, SigningOptions* options);
