@@ -10,18 +10,21 @@
 namespace cli {
 
 void AddSigningOptions(CLI::App* command, SigningOptions* options) {
-  command->add_option("--key", options->key, "PEM private key of the signer")
+  command
+      ->add_option("--key", options->key,
+                   "PEM private key of the signer, or the pkcs11: URI of a key in a token")
       ->required()
       ->type_name("KEY");
   command
       ->add_option("--cert", options->cert,
-                   "PEM certificate of the signer (the first one in the file)")
+                   "PEM certificate of the signer (the first one in the file), or the "
+                   "pkcs11: URI of a certificate in a token")
       ->required()
       ->type_name("CERT");
   command
       ->add_option("--pass", options->pass,
-                   "pass phrase of an encrypted key: file:PATH (its first line) or "
-                   "env:NAME")
+                   "pass phrase of an encrypted key, or PIN of a token: file:PATH (its first "
+                   "line) or env:NAME")
       ->type_name("SOURCE");
   command->add_option("--out", options->out, "the package to write")
       ->required()
