@@ -2,7 +2,6 @@
 // --unsigned) and a signature made elsewhere, once the signature is shown
 // to be one the extractor accepts for exactly that package.
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -15,7 +14,6 @@
 #include "tools/cli/options.h"
 #include "tools/cli/package_builder.h"
 #include "tools/cli/package_check.h"
-#include "tools/cli/package_output.h"
 #include "tools/cli/signing.h"
 #include "tools/package/package_writer.h"
 
@@ -107,13 +105,8 @@ int RunAttach(const Options& options) {
   const std::vector<unsigned char> der = ReadSignature(options.signature);
   try {
     CheckSignatureFitsPackage(options, der, ScanUnsigned(options.package));
-    PackageOutput output(options.out, options.force);
-    ByteProgress progress(std::filesystem::file_size(options.package));
-    package::CopyWithSignedManifest(options.package, output.temporaryPath(), kManifestFileName,
-                                    der, [&progress](size_t bytes) { progress.add(bytes); });
-    progress.finish();
-    CheckAgainstTrust(output.temporaryPath(), options.trust);
-    output.commit();
+    WriteSignedCopy(options.package, kManifestFileName, der, options.out, options.force,
+                    options.trust);
     printf("%s: wrote %s: %s with the signature of %s (Version.der of %zu bytes)\n", kToolName,
            options.out.c_str(), options.package.c_str(), options.signature.c_str(), der.size());
     return kExitSuccess;

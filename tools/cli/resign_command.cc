@@ -2,7 +2,6 @@
 // is replaced by the same manifest signed anew; every other entry keeps its
 // header and data bytes.
 #include <cstdio>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -11,7 +10,6 @@
 #include "tools/cli/input_checks.h"
 #include "tools/cli/options.h"
 #include "tools/cli/package_builder.h"
-#include "tools/cli/package_output.h"
 #include "tools/cli/signature_check.h"
 #include "tools/cli/signing.h"
 
@@ -41,13 +39,8 @@ int RunResign(const Options& options) {
     const std::vector<unsigned char> der =
         SignManifest(SignedContent(scan.signedManifestPieces.front()), signer,
                      options.signing.attributes());
-    PackageOutput output(options.signing.out, options.signing.force);
-    ByteProgress progress(std::filesystem::file_size(options.package));
-    package::CopyWithSignedManifest(options.package, output.temporaryPath(), kSignedManifestName,
-                                    der, [&progress](size_t bytes) { progress.add(bytes); });
-    progress.finish();
-    CheckAgainstTrust(output.temporaryPath(), options.signing.trust);
-    output.commit();
+    WriteSignedCopy(options.package, kSignedManifestName, der, options.signing.out,
+                    options.signing.force, options.signing.trust);
     printf("%s: wrote %s: %s signed anew (Version.der of %zu bytes)\n", kToolName,
            options.signing.out.c_str(), options.package.c_str(), der.size());
     return kExitSuccess;

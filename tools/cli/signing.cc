@@ -1,11 +1,15 @@
 #include "tools/cli/signing.h"
 
+#include <filesystem>
+
 #include "tools/cli/archive_scan.h"
 #include "tools/cli/input_checks.h"
 #include "tools/cli/manifest_verify.h"
 #include "tools/cli/options.h"
 #include "tools/cli/package_builder.h"
+#include "tools/cli/package_output.h"
 #include "tools/cli/signature_check.h"
+#include "tools/package/package_writer.h"
 
 namespace cli {
 
@@ -66,6 +70,18 @@ void CheckAgainstTrust(const std::string& package, const std::string& trustFile)
     throw PackRefused("the package does not verify against " + trustFile + ": " +
                       WhyNotVerified(verification));
   }
+}
+
+void WriteSignedCopy(const std::string& from, const char* replaced,
+                     const std::vector<unsigned char>& der, const std::string& out, bool force,
+                     const std::string& trustFile) {
+  PackageOutput output(out, force);
+  ByteProgress progress(std::filesystem::file_size(from));
+  package::CopyWithSignedManifest(from, output.temporaryPath(), replaced, der,
+                                  [&progress](size_t bytes) { progress.add(bytes); });
+  progress.finish();
+  CheckAgainstTrust(output.temporaryPath(), trustFile);
+  output.commit();
 }
 
 }  // namespace cli
