@@ -196,9 +196,10 @@ TEST_F(ToolTest, PacksWithAFixedTimeAreReproducible) {
   EXPECT_EQ(first[0]["name"], "a.bin");
   EXPECT_EQ(first[0]["header"], nlohmann::json::parse(R"({"mode": "100644", "uid": 0, "gid": 0,
       "uname": "", "gname": "", "mtime": 1600000000})"));
-  const std::vector<std::string> rsaPack = {"pack", "--key", Path("rsa.key"), "--cert",
-                                            Path("rsa.pem"), "--no-signing-time", "--mtime",
-                                            "1600000000", a, b};
+  const std::vector<std::string> rsaPack = {"pack",    "--key",         Path("rsa.key"),
+                                            "--cert",  Path("rsa.pem"), "--no-signing-time",
+                                            "--mtime", "1600000000",    a,
+                                            b};
   entries(rsaPack, "3.tar.gz", {});
   sleep(1);  // a signing time would differ
   entries(rsaPack, "4.tar.gz", {});
@@ -267,8 +268,8 @@ TEST_F(ToolTest, KeyInATokenSignsAndItsFailuresAreOneSentence) {
   const std::string made =
       env + " softhsm2-util --init-token --free --label ev --pin 1234 --so-pin 5678 && " +
       "openssl pkey -in " + m_signerKey + " -outform DER -out " + Path("key.der") + " && " +
-      "openssl x509 -in " + m_signerCert + " -outform DER -out " + Path("cert.der") + " && " +
-      env + tool + "--write-object " + Path("key.der") + " --type privkey && " + env + tool +
+      "openssl x509 -in " + m_signerCert + " -outform DER -out " + Path("cert.der") + " && " + env +
+      tool + "--write-object " + Path("key.der") + " --type privkey && " + env + tool +
       "--write-object " + Path("cert.der") + " --type cert";
   ASSERT_EQ(system(("(" + made + ") > /dev/null 2>&1").c_str()), 0) << made;
   const std::string token = "pkcs11:token=ev;id=%01", query = "?module-path=" + module;

@@ -120,8 +120,8 @@ int RunAttach(const Options& options) {
 
 Command AddAttachCommand(CLI::App& tool) {
   auto options = std::make_shared<Options>();
-  CLI::App* command = tool.add_subcommand(
-      "attach", "sign an unsigned package with a signature made elsewhere");
+  CLI::App* command =
+      tool.add_subcommand("attach", "sign an unsigned package with a signature made elsewhere");
   command->footer(kFooter);
   command
       ->add_option("--signature", options->signature,

@@ -138,8 +138,7 @@ pki::Identity LoadSigner(const std::string& certPath, const std::string& keyPath
   signer.key = keyInToken ? LoadTokenKey(keyPath, TokenPin(keyPath, passSource))
                           : ReadPrivateKey(keyPath, passSource);
   if (X509_check_private_key(signer.cert.get(), signer.key.get()) != 1) {
-    throw InputError((keyInToken ? "the key " : "the key in ") + keyPath +
-                         " does not belong to " +
+    throw InputError((keyInToken ? "the key " : "the key in ") + keyPath + " does not belong to " +
                          (certInToken ? "the certificate " : "the first certificate of ") +
                          certPath,
                      TakeOpenSslErrors());

@@ -89,8 +89,8 @@ Json ManifestJson(const EV_Version_TPN& manifest) {
 Json HeaderValuesJson(const ScannedEntry& entry) {
   char mode[16];
   snprintf(mode, sizeof mode, "%o", entry.mode);
-  return {{"mode", mode},           {"uid", entry.uid},     {"gid", entry.gid},
-          {"uname", entry.uname},   {"gname", entry.gname}, {"mtime", entry.mtime}};
+  return {{"mode", mode},         {"uid", entry.uid},     {"gid", entry.gid},
+          {"uname", entry.uname}, {"gname", entry.gname}, {"mtime", entry.mtime}};
 }
 
 // The whole report; the text output is printed from it as well, so that

@@ -66,7 +66,7 @@ int main(int argc, char** argv) {
   tool.require_subcommand(1);
   const std::vector<cli::Command> commands = {
       cli::AddExtractCommand(tool), cli::AddInspectCommand(tool), cli::AddPackCommand(tool),
-      cli::AddResignCommand(tool), cli::AddAttachCommand(tool), cli::AddDemoCommand(tool)};
+      cli::AddResignCommand(tool),  cli::AddAttachCommand(tool),  cli::AddDemoCommand(tool)};
   try {
     tool.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -61,8 +61,7 @@ int64_t EpochSeconds(const std::string& text, const std::string& what) {
   char* end = nullptr;
   errno = 0;
   const long long seconds = strtoll(text.c_str(), &end, 10);
-  if (*end != '\0' || errno != 0 || seconds < 0 ||
-      seconds > std::numeric_limits<time_t>::max()) {
+  if (*end != '\0' || errno != 0 || seconds < 0 || seconds > std::numeric_limits<time_t>::max()) {
     throw UsageError(what + " is not a whole number of seconds since 1970");
   }
   return seconds;
@@ -110,6 +109,17 @@ uint64_t TotalSize(const std::vector<std::string>& files) {
   return total;
 }
 
+void ReportWritten(const Options& options, const PackResult& result) {
+  const std::string written = options.signing.out + " (" + HumanSize(result.packageBytes) + ")";
+  if (options.manifestToSign.empty()) {
+    printf("%s: wrote %s: Version.der of %zu bytes and %zu file(s)\n", kToolName, written.c_str(),
+           result.signedManifestBytes, result.files.size());
+  } else {
+    printf("%s: wrote %s, unsigned, with %zu file(s); sign %s and attach the signature\n",
+           kToolName, written.c_str(), result.files.size(), options.manifestToSign.c_str());
+  }
+}
+
 int RunPack(const Options& options) {
   package::ManifestHeader header = ParseHeaderSettings(options.settings);
   const bool signing = options.manifestToSign.empty();
@@ -133,18 +143,13 @@ int RunPack(const Options& options) {
         BuildPackage(header, files, output.temporaryPath(), signer ? &*signer : nullptr, style,
                      [&progress](size_t bytes) { progress.add(bytes); });
     progress.finish();
-    if (signing) CheckAgainstTrust(output.temporaryPath(), options.signing.trust);
-    if (!signing) WriteManifestToSign(options.manifestToSign, result.manifestText);
-    output.commit();
     if (signing) {
-      printf("%s: wrote %s (%s): Version.der of %zu bytes and %zu file(s)\n", kToolName,
-             options.signing.out.c_str(), HumanSize(result.packageBytes).c_str(),
-             result.signedManifestBytes, result.files.size());
+      CheckAgainstTrust(output.temporaryPath(), options.signing.trust);
     } else {
-      printf("%s: wrote %s (%s), unsigned, with %zu file(s); sign %s and attach the signature\n",
-             kToolName, options.signing.out.c_str(), HumanSize(result.packageBytes).c_str(),
-             result.files.size(), options.manifestToSign.c_str());
+      WriteManifestToSign(options.manifestToSign, result.manifestText);
     }
+    output.commit();
+    ReportWritten(options, result);
     return kExitSuccess;
   } catch (const PackRefused& refused) {
     fprintf(stderr, "%s pack: refused: %s\n", kToolName, refused.what());

@@ -153,6 +153,18 @@ std::vector<unsigned char> SignManifest(const std::string& manifestText,
   return der;
 }
 
+namespace {
+
+// Version.der over the manifest, or without a signer the manifest itself.
+package::Entry FirstEntry(PackResult& result, const pki::Identity* signer, const PackStyle& style) {
+  if (signer == nullptr) return package::Entry::File(kManifestFileName, result.manifestText);
+  std::vector<unsigned char> der = SignManifest(result.manifestText, *signer, style.attributes);
+  result.signedManifestBytes = der.size();
+  return package::Entry::File(kSignedManifestName, std::string(der.begin(), der.end()));
+}
+
+}  // namespace
+
 PackResult BuildPackage(const package::ManifestHeader& header,
                         const std::vector<std::string>& files, const std::string& output,
                         const pki::Identity* signer, const PackStyle& style,
@@ -161,14 +173,7 @@ PackResult BuildPackage(const package::ManifestHeader& header,
   PackResult result;
   result.files = DescribeFiles(files, output, onData);
   result.manifestText = package::ManifestText(header, result.files);
-  std::vector<package::Entry> entries;
-  if (signer != nullptr) {
-    std::vector<unsigned char> der = SignManifest(result.manifestText, *signer, style.attributes);
-    result.signedManifestBytes = der.size();
-    entries.push_back(package::Entry::File(kSignedManifestName, std::string(der.begin(), der.end())));
-  } else {
-    entries.push_back(package::Entry::File(kManifestFileName, result.manifestText));
-  }
+  std::vector<package::Entry> entries = {FirstEntry(result, signer, style)};
   for (size_t i = 0; i < files.size(); ++i) {
     entries.push_back(package::Entry::FromDisk(result.files[i].name, files[i]));
   }

@@ -36,9 +36,8 @@ int RunResign(const Options& options) {
     if (scan.signedManifestPieces.empty()) {
       throw PackRefused(options.package + " has no Version.der entry");
     }
-    const std::vector<unsigned char> der =
-        SignManifest(SignedContent(scan.signedManifestPieces.front()), signer,
-                     options.signing.attributes());
+    const std::vector<unsigned char> der = SignManifest(
+        SignedContent(scan.signedManifestPieces.front()), signer, options.signing.attributes());
     WriteSignedCopy(options.package, kSignedManifestName, der, options.signing.out,
                     options.signing.force, options.signing.trust);
     printf("%s: wrote %s: %s signed anew (Version.der of %zu bytes)\n", kToolName,

@@ -24,8 +24,7 @@ struct SigningOptions {
   bool noSigningTime = false;
 
   pki::SignedAttributes attributes() const {
-    return noSigningTime ? pki::SignedAttributes::kNone
-                         : pki::SignedAttributes::kWithSigningTime;
+    return noSigningTime ? pki::SignedAttributes::kNone : pki::SignedAttributes::kWithSigningTime;
   }
 };
 

@@ -9,7 +9,6 @@
 #include <openssl/ui.h>
 
 #include <cstring>
-#include <memory>
 
 #include "tools/cli/input_checks.h"
 #include "tools/cli/options.h"
@@ -57,7 +56,8 @@ TokenUri SplitUri(const std::string& uri) {
   const size_t module = attributes.find(kModule);
   if (module != std::string::npos) {
     const size_t start = module + strlen(kModule);
-    split.modulePath = PercentDecoded(attributes.substr(start, attributes.find('&', start) - start));
+    split.modulePath =
+        PercentDecoded(attributes.substr(start, attributes.find('&', start) - start));
   }
   return split;
 }
@@ -71,12 +71,12 @@ struct KnownFailure {
   const char* cause;
 };
 const KnownFailure kKnownFailures[] = {
-    {"PKCS#11 module", 0xA0, "the PIN is wrong"},                           // CKR_PIN_INCORRECT
-    {"PKCS#11 module", 0xA1, "the PIN is not one the token accepts"},       // CKR_PIN_INVALID
-    {"PKCS#11 module", 0xA2, "the PIN is not one the token accepts"},       // CKR_PIN_LEN_RANGE
+    {"PKCS#11 module", 0xA0, "the PIN is wrong"},                               // CKR_PIN_INCORRECT
+    {"PKCS#11 module", 0xA1, "the PIN is not one the token accepts"},           // CKR_PIN_INVALID
+    {"PKCS#11 module", 0xA2, "the PIN is not one the token accepts"},           // CKR_PIN_LEN_RANGE
     {"PKCS#11 module", 0xA4, "the token is locked after too many wrong PINs"},  // CKR_PIN_LOCKED
-    {"pkcs11 engine", 101, "no token holds such an object"},       // ENG_R_OBJECT_NOT_FOUND
-    {"libp11", 1025, "the PKCS#11 module cannot be loaded"},       // P11_R_LOAD_MODULE_ERROR
+    {"pkcs11 engine", 101, "no token holds such an object"},  // ENG_R_OBJECT_NOT_FOUND
+    {"libp11", 1025, "the PKCS#11 module cannot be loaded"},  // P11_R_LOAD_MODULE_ERROR
 };
 
 [[noreturn]] void FailToLoad(const char* what, const std::string& uri) {
@@ -110,9 +110,8 @@ class TokenEngine {
  public:
   explicit TokenEngine(const TokenUri& uri) : m_engine(ENGINE_by_id("pkcs11")) {
     if (m_engine == nullptr) {
-      throw InputError("the key " + uri.object +
-                           " is in a token, and OpenSSL's PKCS#11 engine is not installed "
-                           "(Debian package libengine-pkcs11-openssl)",
+      throw InputError("OpenSSL's PKCS#11 engine, which reads " + uri.object +
+                           ", is not installed (Debian package libengine-pkcs11-openssl)",
                        TakeOpenSslErrors());
     }
     // Quiet: libp11 prints its own lines on standard error otherwise.

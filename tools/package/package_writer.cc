@@ -107,7 +107,9 @@ la_ssize_t AppendToString(struct archive*, void* client, const void* buffer, siz
 class ArchiveWriter {
  public:
   explicit ArchiveWriter(const WriteOptions& options, DataObserver onData = DataObserver())
-      : m_archive(archive_write_new()), m_onData(std::move(onData)), m_entryTime(options.entryTime) {
+      : m_archive(archive_write_new()),
+        m_onData(std::move(onData)),
+        m_entryTime(options.entryTime) {
     if (m_archive == nullptr) throw std::runtime_error("archive_write_new failed");
     check(options.format == TarFormat::kUstar ? archive_write_set_format_ustar(m_archive)
                                               : archive_write_set_format_pax_restricted(m_archive));

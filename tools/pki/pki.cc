@@ -147,8 +147,8 @@ Identity MakeIntermediateCa(const std::string& commonName, const Validity& valid
   return Issue(commonName, validity, true, &issuer);
 }
 
-Identity MakeSigner(const std::string& commonName, const Validity& validity,
-                    const Identity& issuer, KeyKind kind) {
+Identity MakeSigner(const std::string& commonName, const Validity& validity, const Identity& issuer,
+                    KeyKind kind) {
   return Issue(commonName, validity, false, &issuer, kind);
 }
 
@@ -171,8 +171,9 @@ void AppendCrlPem(const std::string& path, const Identity& issuer,
               X509_CRL_add0_revoked(crl.get(), entry) == 1,
           "cannot list a revoked certificate");
   }
-  Check(X509_CRL_sort(crl.get()) == 1 && X509_CRL_sign(crl.get(), issuer.key.get(), EVP_sha256()) > 0,
-        "cannot sign the CRL");
+  Check(
+      X509_CRL_sort(crl.get()) == 1 && X509_CRL_sign(crl.get(), issuer.key.get(), EVP_sha256()) > 0,
+      "cannot sign the CRL");
   Bio file = OpenFile(path, "a");
   Check(PEM_write_bio_X509_CRL(file.get(), crl.get()) == 1, "cannot write the CRL to " + path);
 }

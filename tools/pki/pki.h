@@ -3,9 +3,9 @@
 // Makes EC P-256 (or RSA) keys, a self-signed root CA, intermediate CAs and
 // signer (end-entity) certificates with chosen validity periods, revocation
 // lists, signs content into DER-encoded PKCS#7 signed data, and moves
-// certificates and keys in and out of PEM files. Certificates carry the extensions that the S/MIME signing
-// purpose checks: CAs have basicConstraints CA:TRUE and keyCertSign, signers
-// have digitalSignature and the emailProtection extended key usage.
+// certificates and keys in and out of PEM files. Certificates carry the extensions that the S/MIME
+// signing purpose checks: CAs have basicConstraints CA:TRUE and keyCertSign, signers have
+// digitalSignature and the emailProtection extended key usage.
 //
 // Every OpenSSL object is held by a unique_ptr that frees it. Failures throw
 // pki::Error with OpenSSL's error text. Key material exists only in memory
@@ -72,8 +72,8 @@ Identity MakeRootCa(const std::string& commonName, const Validity& validity);
 Identity MakeIntermediateCa(const std::string& commonName, const Validity& validity,
                             const Identity& issuer);
 // Signing (end-entity) certificate with a fresh key, issued by `issuer`.
-Identity MakeSigner(const std::string& commonName, const Validity& validity,
-                    const Identity& issuer, KeyKind kind = KeyKind::kEcP256);
+Identity MakeSigner(const std::string& commonName, const Validity& validity, const Identity& issuer,
+                    KeyKind kind = KeyKind::kEcP256);
 
 // Appends to the PEM file at `path` a CRL of `issuer`, issued at `issued`,
 // that lists each certificate of `revoked` with its revocation time.
