@@ -9,6 +9,7 @@ packages=(
   libgtest-dev googletest
   libarchive-tools
   libcli11-dev nlohmann-json3-dev
+  openssl softhsm2 opensc libengine-pkcs11-openssl
 )
 if [ "${EV_SETUP_CLANG:-0}" = 1 ]; then
   packages+=(clang libclang-rt-dev llvm)

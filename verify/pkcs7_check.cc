@@ -10,10 +10,16 @@
 #include "platform/log.h"
 #include "status/kalu_status.h"
 #include "verify/cert_store.h"
+#include "verify/revocation.h"
 #include "verify/verify_common.h"
 
 namespace verify_internal {
 namespace {
+
+// Follows either check's own failure report: OpenSSL's error text does not
+// tell a revoked signer from an untrusted one.
+const Notice kSignerRevoked = {"Signer certificate is revoked by a CRL in %s\n",
+                               "Signer certificate is revoked by a CRL in %s", kLogError};
 
 // The objects one check makes, released together when the check ends.
 struct CheckObjects {
@@ -94,6 +100,9 @@ bool Verify(const Pkcs7Check& check, const Pkcs7CheckCall& call, CheckObjects& o
     return true;
   }
   check.reportFailure(call, ERR_get_error());
+  if (FoundSignerRevoked(objects.store.get())) {
+    Tell(check.name, kSignerRevoked, call.certFilePath);
+  }
   return false;
 }
 

@@ -10,6 +10,7 @@
 
 #include "platform/file_io.h"
 #include "support/openssl_start.h"
+#include "verify/revocation.h"
 
 namespace verify_internal {
 
@@ -35,8 +36,10 @@ ParamSetup ApplySmimeSignParams(X509_STORE* store, X509_VERIFY_PARAM* param,
   const int purposeSet = X509_VERIFY_PARAM_set_purpose(param, purpose);
   X509_VERIFY_PARAM_set_purpose(param, purpose);
   // A certificate of the certificate file anchors a chain even when it is
-  // not self-signed (an intermediate, or the signer itself).
-  const int flagsSet = X509_VERIFY_PARAM_set_flags(param, X509_V_FLAG_PARTIAL_CHAIN);
+  // not self-signed (an intermediate, or the signer itself); revocation
+  // lists in the file are consulted.
+  const int flagsSet =
+      X509_VERIFY_PARAM_set_flags(param, X509_V_FLAG_PARTIAL_CHAIN | ConsultRevocationLists(store));
   const int storeSet = X509_STORE_set1_param(store, param);
   if (purposeSet == 0 || flagsSet == 0 || storeSet == 0) return ParamSetup::kNotApplied;
   return ParamSetup::kApplied;

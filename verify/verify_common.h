@@ -41,7 +41,8 @@ enum class ParamSetup { kApplied, kUnknownPurpose, kNotApplied };
 
 // Makes `param` check at `checkTime` for the S/MIME signing purpose, with
 // the certificates of the store as trust anchors even when they are not
-// self-signed, and installs it in `store`.
+// self-signed and its revocation lists consulted (revocation.h), and
+// installs it in `store`.
 ParamSetup ApplySmimeSignParams(X509_STORE* store, X509_VERIFY_PARAM* param,
                                 unsigned int checkTime);
 

@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <tuple>
@@ -171,6 +173,136 @@ TEST_F(ToolTest, InspectReportsTheSignerManifestAndEveryEntryAsJson) {
   EXPECT_TRUE(run.OutHas("is not valid at 2021-05-31 15:00:00 UTC")) << run.out;
 }
 
+// A fixed time makes the entries the same whatever the order of the files
+// and the clock; with an RSA key and no signing time, the whole package.
+TEST_F(ToolTest, PacksWithAFixedTimeAreReproducible) {
+  const std::string a = Input("a.bin", "a\n"), b = Input("b.bin", "b\n");
+  const pki::Identity rsa = pki::MakeSigner(
+      "RSA", {pki::UtcTime(2023, 1, 1), pki::UtcTime(2039, 1, 1)}, m_root, pki::KeyKind::kRsa2048);
+  pki::WriteCertificatesPem(Path("rsa.pem"), {rsa.cert.get()});
+  pki::WriteKeyPem(Path("rsa.key"), rsa.key.get());
+  auto entries = [&](std::vector<std::string> args, const std::string& out,
+                     const std::vector<std::string>& env) {
+    args.insert(args.end(), {"--out", Path(out)});
+    EXPECT_EQ(Run(args, env).exitStatus, 0);
+    nlohmann::json report =
+        nlohmann::json::parse(Run({"inspect", "--json", "--cert", trust(), Path(out)}).out);
+    report["entries"].erase(0);  // Version.der
+    return report["entries"];
+  };
+  const std::vector<std::string> epoch = {"SOURCE_DATE_EPOCH=1600000000"};
+  const nlohmann::json first = entries(PackArgs({b, a}), "1.tar.gz", epoch);
+  EXPECT_EQ(first, entries(PackArgs({a, b}), "2.tar.gz", epoch));
+  EXPECT_EQ(first[0]["name"], "a.bin");
+  EXPECT_EQ(first[0]["header"], nlohmann::json::parse(R"({"mode": "100644", "uid": 0, "gid": 0,
+      "uname": "", "gname": "", "mtime": 1600000000})"));
+  const std::vector<std::string> rsaPack = {"pack",    "--key",         Path("rsa.key"),
+                                            "--cert",  Path("rsa.pem"), "--no-signing-time",
+                                            "--mtime", "1600000000",    a,
+                                            b};
+  entries(rsaPack, "3.tar.gz", {});
+  sleep(1);  // a signing time would differ
+  entries(rsaPack, "4.tar.gz", {});
+  const std::string package = ReadFile(Path("3.tar.gz"));
+  EXPECT_EQ(package, ReadFile(Path("4.tar.gz")));
+  EXPECT_EQ(package.substr(3, 5), std::string(5, '\0'));  // gzip flags (no name) and time
+}
+
+// The whole road of a signature made elsewhere with the stock command of
+// the README, and the signatures attach refuses.
+TEST_F(ToolTest, SignatureFromASigningRoomAttachesToItsPackageOnly) {
+  const std::string a = Input("a.bin", "a\n"), inf = Path("Version.inf");
+  ASSERT_EQ(Run({"pack", "--unsigned", inf, "--out", Path("u.tar.gz"), a}).exitStatus, 0);
+  auto sign = [&](const std::string& content, const std::string& key, const std::string& cert,
+                  const std::string& der) {
+    const std::string command =
+        "openssl smime -sign -binary -nodetach -outform DER -md sha256 -in " + content +
+        " -signer " + cert + " -inkey " + key + " -out " + der;
+    EXPECT_EQ(system(command.c_str()), 0) << command;
+    return der;
+  };
+  const pki::Identity stranger = pki::MakeSigner(
+      "Stranger", {pki::UtcTime(2023, 1, 1), pki::UtcTime(2039, 1, 1)},
+      pki::MakeRootCa("Elsewhere", {pki::UtcTime(2020, 1, 1), pki::UtcTime(2040, 1, 1)}));
+  pki::WriteCertificatesPem(Path("stranger.pem"), {stranger.cert.get()});
+  pki::WriteKeyPem(Path("stranger.key"), stranger.key.get());
+  testsupport::WriteFile(Path("other.inf"), ReadFile(inf) + "Type=Full\n");
+  package::WritePackage(Path("changed.tar.gz"), {package::Entry::File("Version.inf", ReadFile(inf)),
+                                                 package::Entry::File("a.bin", "A\n")});
+  const std::string good = sign(inf, m_signerKey, m_signerCert, Path("good.der"));
+  const std::vector<std::tuple<std::string, std::string, std::string>> refused = {
+      {sign(Path("other.inf"), m_signerKey, m_signerCert, Path("other.der")), "u.tar.gz",
+       "signs other content than the manifest of " + Path("u.tar.gz")},
+      {sign(inf, Path("stranger.key"), Path("stranger.pem"), Path("stranger.der")), "u.tar.gz",
+       "does not verify against " + trust() + ": the signer /CN=Stranger does not lead"},
+      {good, "changed.tar.gz", "no longer describes its files: a.bin: SHA-256"},
+  };
+  for (const auto& [signature, package, sentence] : refused) {
+    ToolRun run = Run({"attach", "--signature", signature, "--trust", trust(), "--out",
+                       Path("signed.tar.gz"), Path(package)});
+    EXPECT_EQ(run.exitStatus, 1);
+    EXPECT_TRUE(run.ErrHas(sentence) && !FileExists(Path("signed.tar.gz"))) << run.err;
+  }
+  ToolRun run = Run({"attach", "--signature", good, "--trust", trust(), "--out",
+                     Path("signed.tar.gz"), Path("u.tar.gz")});
+  ASSERT_EQ(run.exitStatus, 0) << run.err;
+  run = Run({"extract", "--cert", trust(), Path("signed.tar.gz"), Path("out")});
+  EXPECT_EQ(run.exitStatus, 0) << run.err;
+  EXPECT_EQ(ReadFile(Path("out/a.bin")), "a\n");
+}
+
+// A key in a SoftHSM2 token made here: it signs a package the library
+// extracts, and what can go wrong with it is one sentence each.
+TEST_F(ToolTest, KeyInATokenSignsAndItsFailuresAreOneSentence) {
+  const std::string module = "/usr/lib/softhsm/libsofthsm2.so";
+  if (std::string(EV_TOOL_EMULATOR) != "" || !FileExists(module) ||
+      system("command -v softhsm2-util pkcs11-tool > /dev/null") != 0) {
+    GTEST_SKIP() << "needs a native build, SoftHSM2 and pkcs11-tool (Debian softhsm2 and opensc, "
+                    "which scripts/setup.sh installs)";
+  }
+  const std::string env = "SOFTHSM2_CONF=" + Path("softhsm2.conf");
+  testsupport::WriteFile(Path("softhsm2.conf"), "directories.tokendir = " + Path("tokens") +
+                                                    "\nobjectstore.backend = file\n");
+  mkdir(Path("tokens").c_str(), 0700);
+  const std::string tool = " pkcs11-tool --module " + module + " --login --pin 1234 --id 01 ";
+  const std::string made =
+      env + " softhsm2-util --init-token --free --label ev --pin 1234 --so-pin 5678 && " +
+      "openssl pkey -in " + m_signerKey + " -outform DER -out " + Path("key.der") + " && " +
+      "openssl x509 -in " + m_signerCert + " -outform DER -out " + Path("cert.der") + " && " + env +
+      tool + "--write-object " + Path("key.der") + " --type privkey && " + env + tool +
+      "--write-object " + Path("cert.der") + " --type cert";
+  ASSERT_EQ(system(("(" + made + ") > /dev/null 2>&1").c_str()), 0) << made;
+  const std::string token = "pkcs11:token=ev;id=%01", query = "?module-path=" + module;
+  // The engine leaves its method tables behind when it loads and unloads;
+  // LeakSanitizer builds are told so (a full unwind finds those frames).
+  testsupport::WriteFile(Path("leaks.supp"), "leak:ENGINE_by_id\nleak:ENGINE_remove\n");
+  const std::string leaks =
+      "LSAN_OPTIONS=fast_unwind_on_malloc=0:print_suppressions=0:suppressions=" +
+      Path("leaks.supp");
+  auto pack = [&](const std::string& key, const std::string& cert, const std::string& pin) {
+    return Run({"pack", "--key", key, "--cert", cert, "--pass", "env:PIN", "--trust", trust(),
+                "--out", Path("t.tar.gz"), Input("a.bin", "a\n")},
+               {env, "PIN=" + pin, leaks});
+  };
+  const std::string key = token + ";type=private" + query;
+  const std::vector<std::tuple<std::string, std::string, std::string, std::string>> failures = {
+      {key, m_signerCert, "0", "cannot load the key " + key + ": the PIN is wrong"},
+      {token + ";object=none" + query, m_signerCert, "1234", "none" + query + ": no token holds"},
+      {token + "?module-path=/none.so", m_signerCert, "1234", "read the PKCS#11 module /none.so"},
+      {key, trust(), "1234", "the key " + key + " does not belong to the first certificate of"},
+  };
+  for (const auto& [signingKey, cert, pin, sentence] : failures) {
+    ToolRun run = pack(signingKey, cert, pin);
+    EXPECT_EQ(run.exitStatus, 1);
+    EXPECT_TRUE(run.ErrHas(sentence) && std::count(run.err.begin(), run.err.end(), '\n') == 1)
+        << run.err;
+  }
+  ToolRun run = pack(key, token + ";type=cert" + query, "1234");
+  ASSERT_EQ(run.exitStatus, 0) << run.err;
+  run = Run({"extract", "--quiet", "--cert", trust(), Path("t.tar.gz"), Path("out")});
+  EXPECT_EQ(run.exitStatus, 0) << run.err;
+}
+
 struct Tampering {
   const char* what;
   std::vector<std::pair<std::string, std::string>> stored;  // listed: a.bin "aaaa", b.bin "b"
@@ -218,6 +350,11 @@ TEST_F(ToolTest, UnusableInputsAndFailedSignaturesAreOneSentenceNamingTheCause) 
                             const_cast<char*>("secret"));
   fclose(file);
   testsupport::WriteFile(Path("pass.txt"), "wrong\n");
+  const std::string revoked = Path("revoked.pem");
+  testsupport::WriteFile(revoked, ReadFile(trust()));
+  pki::AppendCrlPem(revoked, m_root, {{m_signer.cert.get(), pki::UtcTime(2024, 3, 1)}},
+                    pki::UtcTime(2024, 3, 2));
+  const std::string revokedOn = "revoked on 2024-03-01 00:00:00 UTC by a CRL in " + revoked;
   const std::vector<std::string> pack = {"pack", "--out", Path("new.tar.gz"), Input("f", "f")};
   auto packWith = [&](std::vector<std::string> more) {
     more.insert(more.begin(), pack.begin(), pack.end());
@@ -244,6 +381,8 @@ TEST_F(ToolTest, UnusableInputsAndFailedSignaturesAreOneSentenceNamingTheCause) 
            ": the signer /CN=Test Signer does not lead to a certificate in"},
       {{"extract", "--quiet", "--cert", Path("stranger.pem"), Path("pkg.tar.gz"), Path("out")},
        "does not lead to a certificate in " + Path("stranger.pem") + " (untrusted anchor)"},
+      {packWith({"--key", m_signerKey, "--cert", m_signerCert, "--trust", revoked}),
+       "cannot sign packages that the extractor accepts: it was " + revokedOn},
   };
   for (const BadInput& bad : cases) {
     ToolRun run = Run(bad.args, {"PASS=secret"});
@@ -257,6 +396,12 @@ TEST_F(ToolTest, UnusableInputsAndFailedSignaturesAreOneSentenceNamingTheCause) 
                                    m_signerCert, "--trust", trust()}),
                          {"PASS=secret"});
   EXPECT_EQ(unlocked.exitStatus, 0) << unlocked.err;
+  // The library's line and the tool's reason name the revocation.
+  ToolRun run = Run({"inspect", "--cert", revoked, Path("pkg.tar.gz")});
+  EXPECT_EQ(run.exitStatus, 1);
+  EXPECT_TRUE(run.OutHas("  Signer certificate is revoked by a CRL in " + revoked + "\n") &&
+              run.OutHas("  the signer /CN=Test Signer was " + revokedOn + "\n"))
+      << run.out;
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ for file in bin/extract-verify lib/libextract_verify.so lib/libhxlog.so lib/libH
   [ -e "$prefix/$file" ] || fail "$file is not installed"
 done
 # The hand-written manual page and completion name every option of --help.
-for command in extract inspect pack resign demo; do
+for command in extract inspect pack resign attach demo; do
   help=$(run "$prefix/bin/extract-verify" "$command" --help) || fail "$command --help failed"
   grep -q "^Usage: extract-verify $command" <<<"$help" || fail "$command --help shows no usage"
   for option in $(grep -o -- '--[a-z-]*' <<<"$help" | sort -u); do

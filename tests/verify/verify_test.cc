@@ -181,6 +181,14 @@ TEST_F(VerifyTest, ChecksPrintAndLogTheirVerdict) {
            L("Verification failed on given DerFile:" + der + ", CertFile:" + file + " \n");
   };
   const std::string lateTrust = Trust(late), serverTrust = Trust(server);
+  // CRLs issued after the check time: the signer's CA revokes it, or another
+  // of its signers while the root lists the signer's serial number.
+  const std::string revokedTrust = Trust(chain), otherRevoked = Trust(chain);
+  const pki::Seconds issued = pki::UtcTime(2016, 1, 2);
+  pki::AppendCrlPem(revokedTrust, chain.intermediate, {{chain.signer.cert.get(), issued}}, issued);
+  pki::AppendCrlPem(otherRevoked, chain.intermediate, {{late.signer.cert.get(), issued}}, issued);
+  pki::AppendCrlPem(otherRevoked, chain.root, {{chain.signer.cert.get(), issued}}, issued);
+  const std::string revokedLine = L("Signer certificate is revoked by a CRL in " + revokedTrust);
   const Case cases[] = {
       {"expired signer", true, KALU_NO_ERR, trust, &good, ok, "23:-"},
       {"late signer", true, KALU_NO_ERR, lateTrust, &lateDer,
@@ -191,6 +199,8 @@ TEST_F(VerifyTest, ChecksPrintAndLogTheirVerdict) {
       {"starts after", true, SIGN_ERR01, Trust(startsAfter), &afterDer, failed, failedLog},
       {"server usage", true, SIGN_ERR01, serverTrust, &serverDer, failed, failedLog},
       {"enveloped", true, SIGN_ERR01, trust, &enveloped, failed, failedLog},
+      {"revoked", true, SIGN_ERR01, revokedTrust, &good, failed + revokedLine + "\n", failedLog},
+      {"other revoked", true, KALU_NO_ERR, otherRevoked, &good, ok, "23:-"},
       {"two carried", true, SIGN_ERR01, trust, &two, del + L(one + "\n"), L("23:" + one)},
       {"none carried", true, SIGN_ERR01, trust, &none, del + L(one + "\n"), L("23:" + one)},
       {"no buffer", true, SIGN_ERR01, trust, nullptr, del + "Version Der Buffer is NULL\n",
@@ -214,6 +224,9 @@ TEST_F(VerifyTest, ChecksPrintAndLogTheirVerdict) {
       {"after built-in time", false, SIGN_ERR01, lateTrust, &lateDer, refused(lateTrust), ".*"},
       {"server usage", false, SIGN_ERR01, serverTrust, &serverDer, refused(serverTrust), ".*"},
       {"tampered", false, SIGN_ERR01, trust, &tampered, refused(trust), ".*"},
+      {"revoked", false, SIGN_ERR01, revokedTrust, &good,
+       refused(revokedTrust) + revokedLine + "\n", ".*"},
+      {"other revoked", false, KALU_NO_ERR, otherRevoked, &good, rm, "23:-"},
       {"no buffer", false, SIGN_ERR01, trust, nullptr, rm + "ERR: File open failed\n",
        "31:ERR: File open failed"},
       {"garbage", false, SIGN_ERR01, trust, &garbage, rm + "ERR: Extracing PKCS7 failed\n",
@@ -226,6 +239,11 @@ TEST_F(VerifyTest, ChecksPrintAndLogTheirVerdict) {
        L("31:ERR: Failed to create output file!"), dir.file("absent/Version.der")},
   };
   for (const Case& c : cases) Expect(c);
+  testsupport::LogCapture log;
+  testsupport::OutputCapture out;
+  EV_Unsign_using_date(manifest.c_str(), revokedTrust.c_str(), good.data(), int(good.size()));
+  EXPECT_TRUE(std::regex_match(log.Lines("EV_Unsign_using_date").at(3),
+                               std::regex("31:EV_Unsign_using_date:" + revokedLine)));
 }
 
 // Both delete a stale output first, even when the check then fails; the

@@ -60,6 +60,17 @@ bool ReadEntryData(archive* reader, ScannedEntry& entry, ArchiveScan& scan) {
   return true;
 }
 
+std::string TextOrEmpty(const char* text) { return text != nullptr ? text : ""; }
+
+void ReadHeaderValues(archive_entry* header, ScannedEntry& entry) {
+  entry.mode = archive_entry_mode(header);
+  entry.uid = archive_entry_uid(header);
+  entry.gid = archive_entry_gid(header);
+  entry.uname = TextOrEmpty(archive_entry_uname(header));
+  entry.gname = TextOrEmpty(archive_entry_gname(header));
+  entry.mtime = archive_entry_mtime(header);
+}
+
 }  // namespace
 
 ArchiveScan ScanArchive(const std::string& path, bool untilSignedManifest) {
@@ -81,9 +92,9 @@ ArchiveScan ScanArchive(const std::string& path, bool untilSignedManifest) {
       break;
     }
     ScannedEntry entry;
-    const char* name = archive_entry_pathname(header);
-    entry.name = name != nullptr ? name : "";
+    entry.name = TextOrEmpty(archive_entry_pathname(header));
     entry.declaredSize = archive_entry_size(header);
+    ReadHeaderValues(header, entry);
     entry.regular =
         archive_entry_filetype(header) == AE_IFREG && archive_entry_hardlink(header) == nullptr;
     const bool read = ReadEntryData(reader.get(), entry, scan);

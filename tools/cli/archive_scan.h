@@ -24,6 +24,11 @@ struct ScannedEntry {
   bool regular = false;      // a regular file (not a link, directory, device...)
   uint64_t bytes = 0;        // data bytes read
   std::string sha256;        // lower-case hex of those bytes
+  // The rest of the header, to tell two builds of a package apart.
+  unsigned mode = 0;  // file type and permission bits, as stat gives them
+  int64_t uid = 0, gid = 0;
+  std::string uname, gname;
+  int64_t mtime = 0;
 };
 
 struct ArchiveScan {

@@ -22,6 +22,7 @@ Command AddExtractCommand(CLI::App& tool);
 Command AddInspectCommand(CLI::App& tool);
 Command AddPackCommand(CLI::App& tool);
 Command AddResignCommand(CLI::App& tool);
+Command AddAttachCommand(CLI::App& tool);
 Command AddDemoCommand(CLI::App& tool);
 
 // The name that prefixes the tool's own messages.

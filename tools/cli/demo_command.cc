@@ -136,7 +136,7 @@ int RunDemo(const Options& options) {
                                           {"Type", "Full"},
                                           {"Start Date", UtcDate(now)},
                                           {"End Date", UtcDate(now + 365 * kDay)}};
-  PackResult packed = BuildPackage(header, files, packagePath, signer);
+  PackResult packed = BuildPackage(header, files, packagePath, &signer);
   printf("  packed and signed them into %s (%s, Version.der of %zu bytes)\n", packagePath.c_str(),
          HumanSize(packed.packageBytes).c_str(), packed.signedManifestBytes);
 

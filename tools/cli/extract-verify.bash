@@ -5,21 +5,22 @@ _extract_verify() {
   prev=${COMP_WORDS[COMP_CWORD-1]}
   command=${COMP_WORDS[1]}
   if [ "$COMP_CWORD" -eq 1 ]; then
-    mapfile -t COMPREPLY < <(compgen -W "extract inspect pack resign demo --help --version" -- "$cur")
+    mapfile -t COMPREPLY < <(compgen -W "extract inspect pack resign attach demo --help --version" -- "$cur")
     return
   fi
   case $prev in
-    --cert|--key|--out|--trust) mapfile -t COMPREPLY < <(compgen -f -- "$cur"); return ;;
+    --cert|--key|--out|--trust|--signature|--unsigned) mapfile -t COMPREPLY < <(compgen -f -- "$cur"); return ;;
     --dir) mapfile -t COMPREPLY < <(compgen -d -- "$cur"); return ;;
     --pass) mapfile -t COMPREPLY < <(compgen -W "file: env:" -- "$cur"); return ;;
-    --only|--exclude|--set) return ;;
+    --only|--exclude|--set|--mtime) return ;;
   esac
   local options="--help --verbose"
   case $command in
     extract) options+=" --cert --only --exclude --quiet --json --strict --allow-incomplete --local-time" ;;
     inspect) options+=" --cert --json --local-time" ;;
-    pack) options+=" --key --cert --pass --out --force --trust --set" ;;
-    resign) options+=" --key --cert --pass --out --force --trust" ;;
+    pack) options+=" --key --cert --pass --out --force --trust --no-signing-time --unsigned --mtime --set" ;;
+    resign) options+=" --key --cert --pass --out --force --trust --no-signing-time" ;;
+    attach) options+=" --signature --trust --out --force" ;;
     demo) options="--help --quiet --dir --local-time" ;;
   esac
   if [[ $cur == -* ]]; then

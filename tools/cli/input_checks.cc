@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "tools/cli/options.h"
+#include "tools/cli/token_keys.h"
 
 namespace cli {
 
@@ -50,6 +51,16 @@ std::string PassPhrase(const std::string& source) {
   throw InputError("--pass " + source +
                    " names no pass phrase source (use file:PATH or "
                    "env:NAME)");
+}
+
+// The token's PIN comes from --pass as a key file's pass phrase does; a
+// token never opens its keys without one.
+std::string TokenPin(const std::string& uri, const std::string& passSource) {
+  if (passSource.empty()) {
+    throw InputError("the key " + uri +
+                     " is in a token; give its PIN with --pass file:PATH or --pass env:NAME");
+  }
+  return PassPhrase(passSource);
 }
 
 // Hands OpenSSL the pass phrase instead of letting it ask a terminal.
@@ -116,14 +127,19 @@ void CheckCertificateFile(const std::string& path) {
 
 pki::Identity LoadSigner(const std::string& certPath, const std::string& keyPath,
                          const std::string& passSource) {
-  CheckCertificateFile(certPath);
   pki::Identity signer;
-  signer.key = ReadPrivateKey(keyPath, passSource);
-  signer.cert = std::move(pki::ReadCertificatesPem(certPath).front());
+  const bool certInToken = IsTokenUri(certPath), keyInToken = IsTokenUri(keyPath);
+  if (certInToken) {
+    signer.cert = LoadTokenCertificate(certPath);
+  } else {
+    CheckCertificateFile(certPath);
+    signer.cert = std::move(pki::ReadCertificatesPem(certPath).front());
+  }
+  signer.key = keyInToken ? LoadTokenKey(keyPath, TokenPin(keyPath, passSource))
+                          : ReadPrivateKey(keyPath, passSource);
   if (X509_check_private_key(signer.cert.get(), signer.key.get()) != 1) {
-    throw InputError("the key in " + keyPath +
-                         " does not belong to the first certificate "
-                         "of " +
+    throw InputError((keyInToken ? "the key " : "the key in ") + keyPath + " does not belong to " +
+                         (certInToken ? "the certificate " : "the first certificate of ") +
                          certPath,
                      TakeOpenSslErrors());
   }

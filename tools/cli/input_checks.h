@@ -21,6 +21,8 @@ void CheckCertificateFile(const std::string& path);
 // The private key of the PEM file at `keyPath` with the first certificate
 // of `certPath`. An encrypted key is decrypted with the pass phrase that
 // `passSource` names ("file:PATH" or "env:NAME"); nothing ever prompts.
+// Either may be a "pkcs11:" URI of an object in a token (token_keys.h),
+// whose PIN `passSource` then names.
 pki::Identity LoadSigner(const std::string& certPath, const std::string& keyPath,
                          const std::string& passSource);
 

@@ -85,6 +85,14 @@ Json ManifestJson(const EV_Version_TPN& manifest) {
   return {{"header", HeaderJson(manifest)}, {"files", files}};
 }
 
+// An entry's tar header beyond its name and size, the mode in octal.
+Json HeaderValuesJson(const ScannedEntry& entry) {
+  char mode[16];
+  snprintf(mode, sizeof mode, "%o", entry.mode);
+  return {{"mode", mode},         {"uid", entry.uid},     {"gid", entry.gid},
+          {"uname", entry.uname}, {"gname", entry.gname}, {"mtime", entry.mtime}};
+}
+
 // The whole report; the text output is printed from it as well, so that
 // both say the same.
 Json Report(const Options& options, const std::string& zone, const ArchiveScan& scan,
@@ -96,7 +104,10 @@ Json Report(const Options& options, const std::string& zone, const ArchiveScan& 
   if (manifestGood) report["manifest"] = ManifestJson(verification->manifest);
   Json entries = Json::array();
   for (const ScannedEntry& entry : scan.entries) {
-    entries.push_back({{"name", entry.name}, {"size", entry.bytes}, {"sha256", entry.sha256}});
+    entries.push_back({{"name", entry.name},
+                       {"size", entry.bytes},
+                       {"sha256", entry.sha256},
+                       {"header", HeaderValuesJson(entry)}});
   }
   report["entries"] = entries;
   report["refused"] = findings.refused;

@@ -7,6 +7,7 @@
 
 #include "tools/cli/commands.h"
 #include "tools/cli/options.h"
+#include "tools/cli/token_keys.h"
 
 extern "C" const char* extract_verify_version();
 
@@ -23,7 +24,7 @@ const char kFooter[] =
     "Exit status: 0 on success, 1 when the command failed, 2 on a usage error,\n"
     "130 when interrupted.";
 
-int Run(const cli::Command& command) {
+int RunAndReport(const cli::Command& command) {
   try {
     return command.run();
   } catch (const cli::UsageError& error) {
@@ -38,6 +39,14 @@ int Run(const cli::Command& command) {
   }
   if (cli::g_verbose) ERR_print_errors_fp(stderr);
   return cli::kExitFailure;
+}
+
+int Run(const cli::Command& command) {
+  const int status = RunAndReport(command);
+  // The command's keys are freed by now; a token's engine must close while
+  // its module still stands, not in the exit handlers.
+  cli::CloseTokenEngine();
+  return status;
 }
 
 }  // namespace
@@ -57,7 +66,7 @@ int main(int argc, char** argv) {
   tool.require_subcommand(1);
   const std::vector<cli::Command> commands = {
       cli::AddExtractCommand(tool), cli::AddInspectCommand(tool), cli::AddPackCommand(tool),
-      cli::AddResignCommand(tool), cli::AddDemoCommand(tool)};
+      cli::AddResignCommand(tool),  cli::AddAttachCommand(tool),  cli::AddDemoCommand(tool)};
   try {
     tool.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

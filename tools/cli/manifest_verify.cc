@@ -45,4 +45,9 @@ Verification VerifySignedManifest(const std::vector<unsigned char>& der,
   return result;
 }
 
+std::string WhyNotVerified(const Verification& verification) {
+  return verification.reason.empty() ? "status " + std::to_string(verification.status)
+                                     : verification.reason;
+}
+
 }  // namespace cli

@@ -26,6 +26,9 @@ struct Verification {
 Verification VerifySignedManifest(const std::vector<unsigned char>& der,
                                   const std::string& trustFile);
 
+// Why a signature did not verify: its reason, or else its status.
+std::string WhyNotVerified(const Verification& verification);
+
 }  // namespace cli
 
 #endif  // TOOLS_CLI_MANIFEST_VERIFY_H_

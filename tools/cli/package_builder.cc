@@ -135,35 +135,52 @@ package::ManifestHeader ParseHeaderSettings(const std::vector<std::string>& sett
   return header;
 }
 
-std::vector<unsigned char> SignManifest(const std::string& manifestText,
-                                        const pki::Identity& signer) {
-  std::vector<unsigned char> der = pki::SignPkcs7Der(manifestText, signer);
-  if (der.size() > kMaxSignedManifestBytes) {
-    throw PackRefused("the signed manifest is " + std::to_string(der.size()) +
+void CheckSignedManifestSize(size_t bytes) {
+  if (bytes > kMaxSignedManifestBytes) {
+    throw PackRefused("the signed manifest is " + std::to_string(bytes) +
                       " bytes; the extractor reads at most " +
                       std::to_string(kMaxSignedManifestBytes) +
                       " (pack fewer files, or use shorter names and header values)");
   }
+}
+
+std::vector<unsigned char> SignManifest(const std::string& manifestText,
+                                        const pki::Identity& signer,
+                                        pki::SignedAttributes attributes) {
+  std::vector<unsigned char> der =
+      pki::SignPkcs7Der(manifestText, signer, {signer.cert.get()}, attributes);
+  CheckSignedManifestSize(der.size());
   return der;
 }
 
+namespace {
+
+// Version.der over the manifest, or without a signer the manifest itself.
+package::Entry FirstEntry(PackResult& result, const pki::Identity* signer, const PackStyle& style) {
+  if (signer == nullptr) return package::Entry::File(kManifestFileName, result.manifestText);
+  std::vector<unsigned char> der = SignManifest(result.manifestText, *signer, style.attributes);
+  result.signedManifestBytes = der.size();
+  return package::Entry::File(kSignedManifestName, std::string(der.begin(), der.end()));
+}
+
+}  // namespace
+
 PackResult BuildPackage(const package::ManifestHeader& header,
                         const std::vector<std::string>& files, const std::string& output,
-                        const pki::Identity& signer, const package::DataObserver& onData) {
+                        const pki::Identity* signer, const PackStyle& style,
+                        const package::DataObserver& onData) {
   if (files.empty()) throw PackRefused("no files to pack");
   PackResult result;
   result.files = DescribeFiles(files, output, onData);
-  std::vector<unsigned char> der =
-      SignManifest(package::ManifestText(header, result.files), signer);
-  result.signedManifestBytes = der.size();
-
-  std::vector<package::Entry> entries;
-  entries.push_back(package::Entry::File(kSignedManifestName, std::string(der.begin(), der.end())));
+  result.manifestText = package::ManifestText(header, result.files);
+  std::vector<package::Entry> entries = {FirstEntry(result, signer, style)};
   for (size_t i = 0; i < files.size(); ++i) {
     entries.push_back(package::Entry::FromDisk(result.files[i].name, files[i]));
   }
+  package::WriteOptions options;
+  options.entryTime = style.entryTime;
   try {
-    CheckWrittenAsDescribed(package::WritePackage(output, entries, {}, onData), result.files,
+    CheckWrittenAsDescribed(package::WritePackage(output, entries, options, onData), result.files,
                             files);
   } catch (...) {
     std::error_code ignored;

@@ -33,26 +33,40 @@ class PackRefused : public std::runtime_error {
 // File<n> Size), for a key given twice and for a value with a line break.
 package::ManifestHeader ParseHeaderSettings(const std::vector<std::string>& settings);
 
+// How a package is written beyond its header and files.
+struct PackStyle {
+  int64_t entryTime = package::WriteOptions().entryTime;  // of every entry
+  pki::SignedAttributes attributes = pki::SignedAttributes::kWithSigningTime;
+};
+
 struct PackResult {
   std::vector<package::ManifestFile> files;  // in package order
+  std::string manifestText;                  // Version.inf, as signed
   size_t signedManifestBytes = 0;
   uint64_t packageBytes = 0;
 };
 
-// Writes the package at `output`. Throws PackRefused for inputs that the
-// extractor would refuse (see the checks in the .cc), std::runtime_error
-// (pki::Error included) when reading, signing or writing fails; a partly
-// written package is removed. `onData` is told of every block of file data
-// hashed and then written (each file's size counts twice).
+// Writes the package at `output`. Without a `signer` its first entry is
+// the manifest itself, Version.inf, to be signed elsewhere and attached.
+// Throws PackRefused for inputs that the extractor would refuse (see the
+// checks in the .cc), std::runtime_error (pki::Error included) when
+// reading, signing or writing fails; a partly written package is removed.
+// `onData` is told of every block of file data hashed and then written
+// (each file's size counts twice).
 PackResult BuildPackage(const package::ManifestHeader& header,
                         const std::vector<std::string>& files, const std::string& output,
-                        const pki::Identity& signer,
+                        const pki::Identity* signer, const PackStyle& style = PackStyle(),
                         const package::DataObserver& onData = package::DataObserver());
 
 // Version.der over `manifestText`; throws PackRefused when it is larger than
 // the extractor verifies at once.
-std::vector<unsigned char> SignManifest(const std::string& manifestText,
-                                        const pki::Identity& signer);
+std::vector<unsigned char> SignManifest(
+    const std::string& manifestText, const pki::Identity& signer,
+    pki::SignedAttributes attributes = pki::SignedAttributes::kWithSigningTime);
+
+// Throws PackRefused when a signed manifest of `bytes` is larger than the
+// extractor verifies at once.
+void CheckSignedManifestSize(size_t bytes);
 
 }  // namespace cli
 

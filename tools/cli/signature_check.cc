@@ -8,6 +8,8 @@
 #include <memory>
 #include <stdexcept>
 
+#include "verify/revocation.h"
+
 namespace cli {
 
 namespace {
@@ -22,6 +24,8 @@ struct ContextFree {
   void operator()(X509_STORE_CTX* context) const { X509_STORE_CTX_free(context); }
 };
 using Pkcs7Ptr = std::unique_ptr<PKCS7, Pkcs7Free>;
+using StorePtr = std::unique_ptr<X509_STORE, StoreFree>;
+using ContextPtr = std::unique_ptr<X509_STORE_CTX, ContextFree>;
 
 Pkcs7Ptr ParseSignedData(const std::vector<unsigned char>& der) {
   const unsigned char* cursor = der.data();
@@ -67,9 +71,56 @@ time_t CheckTime(X509* signer) {
 
 std::string Subject(X509* cert) { return NameText(X509_get_subject_name(cert)); }
 
-std::string ChainFailure(int error, X509* cert, const std::string& trustFile,
-                         const std::string& checkTime) {
+// The extractor's chain check of `signer`, repeated with the certificates
+// and revocation lists of a trust file; the context says why it failed.
+struct ChainCheck {
+  StorePtr store{X509_STORE_new()};
+  ContextPtr context{X509_STORE_CTX_new()};
+  time_t checkTime = 0;
+  bool ran = false;  // the trust file loaded and the check was made
+  bool verified = false;
+
+  ChainCheck(X509* signer, const std::string& trustFile) {
+    if (!store || !context || X509_STORE_load_file(store.get(), trustFile.c_str()) != 1) return;
+    const unsigned long revocation = verify_internal::ConsultRevocationLists(store.get());
+    if (X509_STORE_CTX_init(context.get(), store.get(), signer, nullptr) != 1) return;
+    checkTime = CheckTime(signer);
+    X509_VERIFY_PARAM* param = X509_STORE_CTX_get0_param(context.get());
+    X509_VERIFY_PARAM_set_time(param, checkTime);
+    X509_VERIFY_PARAM_set_flags(param, X509_V_FLAG_PARTIAL_CHAIN | revocation);
+    X509_STORE_CTX_set_purpose(context.get(), X509_PURPOSE_SMIME_SIGN);
+    ran = true;
+    verified = X509_verify_cert(context.get()) == 1;
+  }
+  bool revoked() const {
+    return ran && X509_STORE_CTX_get_error(context.get()) == X509_V_ERR_CERT_REVOKED;
+  }
+};
+
+// When the store's CRLs list `cert`, the time of its revocation.
+std::string RevocationTime(X509_STORE* store, X509* cert) {
+  STACK_OF(X509_OBJECT)* objects = X509_STORE_get0_objects(store);
+  for (int i = 0; i < sk_X509_OBJECT_num(objects); ++i) {
+    X509_CRL* crl = X509_OBJECT_get0_X509_CRL(sk_X509_OBJECT_value(objects, i));
+    X509_REVOKED* entry = nullptr;
+    if (crl != nullptr && X509_CRL_get0_by_cert(crl, &entry, cert) == 1) {
+      return TimeText(X509_REVOKED_get0_revocationDate(entry));
+    }
+  }
+  return "?";
+}
+
+std::string Revocation(const ChainCheck& check, X509* signer, const std::string& trustFile) {
+  return "revoked on " + RevocationTime(check.store.get(), signer) + " by a CRL in " + trustFile;
+}
+
+std::string ChainFailure(const ChainCheck& check, X509* signer, const std::string& trustFile) {
+  X509* failing = X509_STORE_CTX_get_current_cert(check.context.get());
+  X509* cert = failing != nullptr ? failing : signer;
+  const int error = X509_STORE_CTX_get_error(check.context.get());
   switch (error) {
+    case X509_V_ERR_CERT_REVOKED:
+      return "the signer " + Subject(signer) + " was " + Revocation(check, signer, trustFile);
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
     case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
     case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
@@ -83,7 +134,7 @@ std::string ChainFailure(int error, X509* cert, const std::string& trustFile,
              "does not allow S/MIME signing (emailProtection)";
     case X509_V_ERR_CERT_HAS_EXPIRED:
     case X509_V_ERR_CERT_NOT_YET_VALID:
-      return Subject(cert) + " is not valid at " + checkTime +
+      return Subject(cert) + " is not valid at " + TimeText(check.checkTime) +
              ", the time of the check (the "
              "signer's start of validity read in this time zone): it is valid from " +
              TimeText(X509_get0_notBefore(cert)) + " to " + TimeText(X509_get0_notAfter(cert));
@@ -122,19 +173,14 @@ std::string ExplainSignatureFailure(const std::vector<unsigned char>& der,
            "accepts exactly one, the signer's";
   }
   X509* signer = sk_X509_value(certs, 0);
-  std::unique_ptr<X509_STORE, StoreFree> store(X509_STORE_new());
-  if (!store || X509_STORE_load_file(store.get(), trustFile.c_str()) != 1) return "";
-  std::unique_ptr<X509_STORE_CTX, ContextFree> context(X509_STORE_CTX_new());
-  if (!context || X509_STORE_CTX_init(context.get(), store.get(), signer, nullptr) != 1) return "";
-  const time_t checkTime = CheckTime(signer);
-  X509_VERIFY_PARAM* param = X509_STORE_CTX_get0_param(context.get());
-  X509_VERIFY_PARAM_set_time(param, checkTime);
-  X509_VERIFY_PARAM_set_flags(param, X509_V_FLAG_PARTIAL_CHAIN);
-  X509_STORE_CTX_set_purpose(context.get(), X509_PURPOSE_SMIME_SIGN);
-  if (X509_verify_cert(context.get()) == 1) return "";
-  X509* failing = X509_STORE_CTX_get_current_cert(context.get());
-  return ChainFailure(X509_STORE_CTX_get_error(context.get()), failing ? failing : signer,
-                      trustFile, TimeText(checkTime));
+  const ChainCheck check(signer, trustFile);
+  if (!check.ran || check.verified) return "";
+  return ChainFailure(check, signer, trustFile);
+}
+
+std::string SignerRevocation(X509* signer, const std::string& trustFile) {
+  const ChainCheck check(signer, trustFile);
+  return check.revoked() ? Revocation(check, signer, trustFile) : "";
 }
 
 std::string SignedContent(const std::vector<unsigned char>& der) {

@@ -3,7 +3,8 @@
 // certificate may sign packages at all. Each check repeats the one the
 // extractor makes (S/MIME signing purpose, the trusted certificates as
 // anchors, the signer's start of validity as the time of the check) with
-// OpenSSL's verifier, to name the cause. Main thread.
+// OpenSSL's verifier and the extractor's use of revocation lists
+// (verify/revocation.h), to name the cause. Main thread.
 #ifndef TOOLS_CLI_SIGNATURE_CHECK_H_
 #define TOOLS_CLI_SIGNATURE_CHECK_H_
 
@@ -29,10 +30,15 @@ SignerDescription DescribeSigner(const std::vector<unsigned char>& der);
 // One sentence on why `der` does not verify against the certificates in
 // `trustFile`: not signed data, more than one certificate carried, an
 // untrusted anchor, a key usage or extended key usage that does not allow
-// signing, a certificate of the chain not valid at the time of the check.
+// signing, a certificate of the chain not valid at the time of the check, a
+// signer revoked by a CRL in `trustFile` (with the time of the revocation).
 // Empty when none of these applies.
 std::string ExplainSignatureFailure(const std::vector<unsigned char>& der,
                                     const std::string& trustFile);
+
+// "revoked on <time> by a CRL in <trustFile>" when the extractor would
+// refuse `signer` as revoked; otherwise empty.
+std::string SignerRevocation(X509* signer, const std::string& trustFile);
 
 // The content that `der` signs, unverified; throws std::runtime_error when
 // `der` is not PKCS#7 signed data with its content attached.

@@ -1,12 +1,14 @@
 // What `pack` and `resign` share: the signer's options (--key, --cert,
-// --pass, --out, --force, --trust), loading the signer and refusing one the
-// extractor would refuse, and the check of a written package against a
-// trust file before it is kept. Main thread.
+// --pass, --out, --force, --trust, --no-signing-time), loading the signer
+// and refusing one the extractor would refuse, the check of a written
+// package against a trust file before it is kept, and the copy of a
+// package with a new signed manifest (resign, attach). Main thread.
 #ifndef TOOLS_CLI_SIGNING_H_
 #define TOOLS_CLI_SIGNING_H_
 
 #include <CLI/CLI.hpp>
 #include <string>
+#include <vector>
 
 #include "tools/pki/pki.h"
 
@@ -19,6 +21,11 @@ struct SigningOptions {
   std::string out;
   std::string trust;
   bool force = false;
+  bool noSigningTime = false;
+
+  pki::SignedAttributes attributes() const {
+    return noSigningTime ? pki::SignedAttributes::kNone : pki::SignedAttributes::kWithSigningTime;
+  }
 };
 
 void AddSigningOptions(CLI::App* command, SigningOptions* options);
@@ -30,6 +37,13 @@ pki::Identity LoadCheckedSigner(const SigningOptions& options);
 // With a `trustFile`, verifies the package's signed manifest against it as
 // the extractor would, in UTC; throws PackRefused when it does not verify.
 void CheckAgainstTrust(const std::string& package, const std::string& trustFile);
+
+// Writes `out` (kept unless `force`) as a copy of the package `from` whose
+// entry `replaced` becomes Version.der holding `der`, the other entries
+// unchanged; with a `trustFile`, only when the copy verifies against it.
+void WriteSignedCopy(const std::string& from, const char* replaced,
+                     const std::vector<unsigned char>& der, const std::string& out, bool force,
+                     const std::string& trustFile);
 
 }  // namespace cli
 

@@ -16,7 +16,6 @@ namespace package {
 namespace {
 
 constexpr size_t kBlockSize = 65536;
-constexpr time_t kEntryTime = 1700000000;  // fixed, so packages do not depend on the clock
 
 std::string Hex(const unsigned char* bytes, size_t length) {
   static const char kDigits[] = "0123456789abcdef";
@@ -108,11 +107,17 @@ la_ssize_t AppendToString(struct archive*, void* client, const void* buffer, siz
 class ArchiveWriter {
  public:
   explicit ArchiveWriter(const WriteOptions& options, DataObserver onData = DataObserver())
-      : m_archive(archive_write_new()), m_onData(std::move(onData)) {
+      : m_archive(archive_write_new()),
+        m_onData(std::move(onData)),
+        m_entryTime(options.entryTime) {
     if (m_archive == nullptr) throw std::runtime_error("archive_write_new failed");
     check(options.format == TarFormat::kUstar ? archive_write_set_format_ustar(m_archive)
                                               : archive_write_set_format_pax_restricted(m_archive));
-    if (options.gzip) check(archive_write_add_filter_gzip(m_archive));
+    if (options.gzip) {
+      check(archive_write_add_filter_gzip(m_archive));
+      // libarchive writes the clock's time into the gzip header otherwise.
+      check(archive_write_set_filter_option(m_archive, "gzip", "timestamp", nullptr));
+    }
   }
   ~ArchiveWriter() { archive_write_free(m_archive); }
   ArchiveWriter(const ArchiveWriter&) = delete;
@@ -132,6 +137,9 @@ class ArchiveWriter {
     return written;
   }
 
+  void copyAll(struct archive* reader, const std::string& replaced,
+               const std::vector<unsigned char>& signedManifest);
+
  private:
   void check(int result) {
     if (result != ARCHIVE_OK && result != ARCHIVE_WARN) {
@@ -142,8 +150,11 @@ class ArchiveWriter {
 
   WrittenEntry write(const Entry& entry);
 
+  void copyData(struct archive* reader);
+
   struct archive* m_archive;
   DataObserver m_onData;
+  int64_t m_entryTime;
 };
 
 // Passes at most `storedSize` bytes of the data to `sink` and returns their
@@ -188,7 +199,7 @@ WrittenEntry ArchiveWriter::write(const Entry& entry) {
   std::unique_ptr<struct archive_entry, EntryFree> header(archive_entry_new());
   struct archive_entry* h = header.get();
   archive_entry_set_pathname(h, entry.name.c_str());
-  archive_entry_set_mtime(h, kEntryTime, 0);
+  archive_entry_set_mtime(h, static_cast<time_t>(m_entryTime), 0);
   archive_entry_set_uid(h, 0);
   archive_entry_set_gid(h, 0);
   archive_entry_set_perm(h, 0644);
@@ -235,6 +246,56 @@ WrittenEntry ArchiveWriter::write(const Entry& entry) {
   }
   check(archive_write_finish_entry(m_archive));
   return written;
+}
+
+struct ReaderFree {
+  void operator()(struct archive* reader) const { archive_read_free(reader); }
+};
+
+void CheckRead(struct archive* reader, int result) {
+  if (result < ARCHIVE_OK) {
+    const char* message = archive_error_string(reader);
+    throw std::runtime_error(message != nullptr ? message : "libarchive failed");
+  }
+}
+
+void ArchiveWriter::copyData(struct archive* reader) {
+  std::vector<char> block(kBlockSize);
+  for (;;) {
+    const la_ssize_t count = archive_read_data(reader, block.data(), block.size());
+    CheckRead(reader, static_cast<int>(count < 0 ? count : 0));
+    if (count == 0) return;
+    if (archive_write_data(m_archive, block.data(), static_cast<size_t>(count)) != count) {
+      check(ARCHIVE_FATAL);
+    }
+    if (m_onData) m_onData(static_cast<size_t>(count));
+  }
+}
+
+void ArchiveWriter::copyAll(struct archive* reader, const std::string& replaced,
+                            const std::vector<unsigned char>& signedManifest) {
+  bool done = false;
+  struct archive_entry* entry = nullptr;
+  int result;
+  while ((result = archive_read_next_header(reader, &entry)) == ARCHIVE_OK) {
+    const bool replacing = !done && replaced == archive_entry_pathname(entry);
+    if (replacing) {
+      archive_entry_set_pathname(entry, "Version.der");
+      archive_entry_set_size(entry, static_cast<la_int64_t>(signedManifest.size()));
+    }
+    check(archive_write_header(m_archive, entry));
+    if (replacing) {
+      if (archive_write_data(m_archive, signedManifest.data(), signedManifest.size()) !=
+          static_cast<la_ssize_t>(signedManifest.size())) {
+        check(ARCHIVE_FATAL);
+      }
+      done = true;
+    } else {
+      copyData(reader);
+    }
+  }
+  CheckRead(reader, result == ARCHIVE_EOF ? ARCHIVE_OK : ARCHIVE_FATAL);
+  check(archive_write_close(m_archive));
 }
 
 }  // namespace
@@ -291,6 +352,20 @@ std::string WritePackageToMemory(const std::vector<Entry>& entries, const WriteO
   std::vector<WrittenEntry> stored = writer.writeAll(entries);
   if (written != nullptr) *written = std::move(stored);
   return out;
+}
+
+void CopyWithSignedManifest(const std::string& from, const std::string& to,
+                            const std::string& replaced,
+                            const std::vector<unsigned char>& signedManifest,
+                            const DataObserver& onData) {
+  std::unique_ptr<struct archive, ReaderFree> reader(archive_read_new());
+  if (!reader) throw std::runtime_error("archive_read_new failed");
+  archive_read_support_format_tar(reader.get());
+  archive_read_support_filter_gzip(reader.get());
+  CheckRead(reader.get(), archive_read_open_filename(reader.get(), from.c_str(), kBlockSize));
+  ArchiveWriter writer(WriteOptions(), onData);
+  writer.openFile(to);
+  writer.copyAll(reader.get(), replaced, signedManifest);
 }
 
 std::string EntrySha256(const Entry& entry, const DataObserver& onData) {

@@ -5,7 +5,8 @@
 // on disk, or from a deterministic generator that produces any size in pieces
 // (a 4 GiB entry never sits in memory). The SHA-256 of every regular entry is
 // computed while it is written, so that a manifest can be made without
-// reading the data again (see manifest_text.h).
+// reading the data again (see manifest_text.h). A package can also be
+// copied with its signed manifest replaced, its other entries untouched.
 //
 // Hostile packages: an entry may declare a size different from its data
 // (libarchive then pads with zeros or cuts the data); for a header that lies
@@ -95,9 +96,14 @@ enum class TarFormat { kPaxRestricted, kUstar };
 // Told the size of every block of entry data as it is passed on (progress).
 using DataObserver = std::function<void(size_t bytes)>;
 
+// Every entry is written with owner and group 0, no owner names, mode 0644
+// (0755 for a directory) and the same modification time, and the gzip
+// header carries no file name and no time: the bytes of a package depend on
+// its entries alone.
 struct WriteOptions {
   TarFormat format = TarFormat::kPaxRestricted;
   bool gzip = true;
+  int64_t entryTime = 1700000000;  // seconds since 1970, of every entry
 };
 
 // Writes the entries, in order, as a package file at `path`; `onData`, when
@@ -110,6 +116,16 @@ std::vector<WrittenEntry> WritePackage(const std::string& path, const std::vecto
 std::string WritePackageToMemory(const std::vector<Entry>& entries,
                                  const WriteOptions& options = WriteOptions(),
                                  std::vector<WrittenEntry>* written = nullptr);
+
+// Copies the package at `from` to `to`: every entry's header and data
+// bytes unchanged and in order, except the first entry named `replaced`,
+// which becomes Version.der holding `signedManifest` (its other header
+// values kept). `onData` is told of every block of data copied. Throws
+// std::runtime_error when a package cannot be read or written.
+void CopyWithSignedManifest(const std::string& from, const std::string& to,
+                            const std::string& replaced,
+                            const std::vector<unsigned char>& signedManifest,
+                            const DataObserver& onData = DataObserver());
 
 // Sets the size field of the first header named `name` in the uncompressed
 // tar `tar` and repairs its checksum; the data that follows is left alone.

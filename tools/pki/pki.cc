@@ -96,8 +96,8 @@ void SetSubject(X509* cert, const std::string& commonName) {
 // Builds and signs a certificate for a fresh key. A null `issuer` makes it
 // self-signed.
 Identity Issue(const std::string& commonName, const Validity& validity, bool isCa,
-               const Identity* issuer) {
-  Identity subject{GenerateKey(), Cert(X509_new())};
+               const Identity* issuer, KeyKind kind = KeyKind::kEcP256) {
+  Identity subject{GenerateKey(kind), Cert(X509_new())};
   X509* cert = subject.cert.get();
   Check(cert != nullptr, "cannot allocate a certificate");
   Check(X509_set_version(cert, X509_VERSION_3) == 1, "cannot set the version");
@@ -132,9 +132,9 @@ Seconds UtcTime(int year, int month, int day, int hour, int minute, int second) 
   return DaysFromCivil(year, month, day) * 86400 + hour * 3600 + minute * 60 + second;
 }
 
-Key GenerateKey() {
-  Key key(EVP_EC_gen("P-256"));
-  Check(key != nullptr, "cannot generate an EC P-256 key");
+Key GenerateKey(KeyKind kind) {
+  Key key(kind == KeyKind::kRsa2048 ? EVP_RSA_gen(2048) : EVP_EC_gen("P-256"));
+  Check(key != nullptr, "cannot generate a key");
   return key;
 }
 
@@ -147,9 +147,35 @@ Identity MakeIntermediateCa(const std::string& commonName, const Validity& valid
   return Issue(commonName, validity, true, &issuer);
 }
 
-Identity MakeSigner(const std::string& commonName, const Validity& validity,
-                    const Identity& issuer) {
-  return Issue(commonName, validity, false, &issuer);
+Identity MakeSigner(const std::string& commonName, const Validity& validity, const Identity& issuer,
+                    KeyKind kind) {
+  return Issue(commonName, validity, false, &issuer, kind);
+}
+
+void AppendCrlPem(const std::string& path, const Identity& issuer,
+                  const std::vector<std::pair<X509*, Seconds>>& revoked, Seconds issued) {
+  std::unique_ptr<X509_CRL, decltype(&X509_CRL_free)> crl(X509_CRL_new(), X509_CRL_free);
+  Check(crl != nullptr && X509_CRL_set_version(crl.get(), 1) == 1 &&
+            X509_CRL_set_issuer_name(crl.get(), X509_get_subject_name(issuer.cert.get())) == 1,
+        "cannot start a CRL");
+  std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> time(ASN1_TIME_new(), ASN1_TIME_free);
+  SetTime(time.get(), issued, "the CRL's time");
+  X509_CRL_set1_lastUpdate(crl.get(), time.get());
+  SetTime(time.get(), issued + 30 * 86400, "the CRL's next update");
+  X509_CRL_set1_nextUpdate(crl.get(), time.get());
+  for (const auto& [cert, when] : revoked) {
+    X509_REVOKED* entry = X509_REVOKED_new();
+    SetTime(time.get(), when, "a revocation time");
+    Check(X509_REVOKED_set_serialNumber(entry, X509_get_serialNumber(cert)) == 1 &&
+              X509_REVOKED_set_revocationDate(entry, time.get()) == 1 &&
+              X509_CRL_add0_revoked(crl.get(), entry) == 1,
+          "cannot list a revoked certificate");
+  }
+  Check(
+      X509_CRL_sort(crl.get()) == 1 && X509_CRL_sign(crl.get(), issuer.key.get(), EVP_sha256()) > 0,
+      "cannot sign the CRL");
+  Bio file = OpenFile(path, "a");
+  Check(PEM_write_bio_X509_CRL(file.get(), crl.get()) == 1, "cannot write the CRL to " + path);
 }
 
 std::vector<unsigned char> SignPkcs7Der(const std::string& content, const Identity& signer) {
@@ -157,10 +183,12 @@ std::vector<unsigned char> SignPkcs7Der(const std::string& content, const Identi
 }
 
 std::vector<unsigned char> SignPkcs7Der(const std::string& content, const Identity& signer,
-                                        const std::vector<X509*>& carried) {
+                                        const std::vector<X509*>& carried,
+                                        SignedAttributes attributes) {
   // Partial signing leaves the certificate list to us; binary mode keeps line
   // ends as they are instead of turning them into CR LF.
-  const int flags = PKCS7_BINARY | PKCS7_PARTIAL | PKCS7_NOCERTS;
+  int flags = PKCS7_BINARY | PKCS7_PARTIAL | PKCS7_NOCERTS;
+  if (attributes == SignedAttributes::kNone) flags |= PKCS7_NOATTR;
   Pkcs7 p7(PKCS7_sign(signer.cert.get(), signer.key.get(), nullptr, nullptr, flags));
   Check(p7 != nullptr, "cannot start the PKCS#7 signature");
   for (X509* cert : carried) {

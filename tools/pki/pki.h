@@ -1,11 +1,11 @@
 // A small public-key infrastructure for tests, the package tool and demos.
 //
-// Makes EC P-256 keys, a self-signed root CA, intermediate CAs and signer
-// (end-entity) certificates with chosen validity periods, signs content into
-// DER-encoded PKCS#7 signed data, and moves certificates and keys in and out
-// of PEM files. Certificates carry the extensions that the S/MIME signing
-// purpose checks: CAs have basicConstraints CA:TRUE and keyCertSign, signers
-// have digitalSignature and the emailProtection extended key usage.
+// Makes EC P-256 (or RSA) keys, a self-signed root CA, intermediate CAs and
+// signer (end-entity) certificates with chosen validity periods, revocation
+// lists, signs content into DER-encoded PKCS#7 signed data, and moves
+// certificates and keys in and out of PEM files. Certificates carry the extensions that the S/MIME
+// signing purpose checks: CAs have basicConstraints CA:TRUE and keyCertSign, signers have
+// digitalSignature and the emailProtection extended key usage.
 //
 // Every OpenSSL object is held by a unique_ptr that frees it. Failures throw
 // pki::Error with OpenSSL's error text. Key material exists only in memory
@@ -21,6 +21,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace pki {
@@ -60,8 +61,10 @@ struct Validity {
   Seconds notAfter;
 };
 
-// A fresh EC P-256 key pair.
-Key GenerateKey();
+enum class KeyKind { kEcP256, kRsa2048 };
+
+// A fresh key pair.
+Key GenerateKey(KeyKind kind = KeyKind::kEcP256);
 
 // Self-signed CA certificate with a fresh key.
 Identity MakeRootCa(const std::string& commonName, const Validity& validity);
@@ -69,16 +72,27 @@ Identity MakeRootCa(const std::string& commonName, const Validity& validity);
 Identity MakeIntermediateCa(const std::string& commonName, const Validity& validity,
                             const Identity& issuer);
 // Signing (end-entity) certificate with a fresh key, issued by `issuer`.
-Identity MakeSigner(const std::string& commonName, const Validity& validity,
-                    const Identity& issuer);
+Identity MakeSigner(const std::string& commonName, const Validity& validity, const Identity& issuer,
+                    KeyKind kind = KeyKind::kEcP256);
+
+// Appends to the PEM file at `path` a CRL of `issuer`, issued at `issued`,
+// that lists each certificate of `revoked` with its revocation time.
+void AppendCrlPem(const std::string& path, const Identity& issuer,
+                  const std::vector<std::pair<X509*, Seconds>>& revoked, Seconds issued);
+
+// What a signature signs besides the content. Without signed attributes
+// there is no signing time, so an RSA signature of the same content is the
+// same bytes each time (an ECDSA one is not: it draws a random number).
+enum class SignedAttributes { kWithSigningTime, kNone };
 
 // PKCS#7 signed data in DER over `content` (kept byte for byte: binary mode,
 // content attached, SHA-256). The first form carries only the signer's
 // certificate; the second carries exactly `carried`, in that order (empty
 // for none; the signer's own certificate only if listed).
 std::vector<unsigned char> SignPkcs7Der(const std::string& content, const Identity& signer);
-std::vector<unsigned char> SignPkcs7Der(const std::string& content, const Identity& signer,
-                                        const std::vector<X509*>& carried);
+std::vector<unsigned char> SignPkcs7Der(
+    const std::string& content, const Identity& signer, const std::vector<X509*>& carried,
+    SignedAttributes attributes = SignedAttributes::kWithSigningTime);
 
 // PEM files. A certificate file may hold several certificates; keys are
 // written unencrypted (PKCS#8).
