@@ -1,12 +1,12 @@
 // SHA256_Init/Update/Final are deprecated in OpenSSL 3 but remain the
-// interface this library is written against; silence that here only.
+// interface this library is written against; silence that here only. They
+// compute the digest themselves, without OpenSSL's providers, so hashing
+// neither needs nor touches any OpenSSL library context.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
 #include "support/hash.h"
 
 #include <cstring>
-
-#include "support/openssl_start.h"
 
 IHash::~IHash() {}
 
@@ -18,7 +18,6 @@ std::pair<const unsigned char*, uint32_t> NoHash::getHash() const { return {null
 Sha256::Sha256() {
   std::memset(&m_context, 0, sizeof m_context);
   std::memset(m_digest, 0, sizeof m_digest);
-  support_internal::StartOpenSsl();
   SHA256_Init(&m_context);
 }
 

@@ -7,10 +7,12 @@
 #include <cstdio>
 
 #include "platform/log.h"
-#include "support/openssl_start.h"
+#include "verify/library_context.h"
 
 X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* certDir) {
-  support_internal::StartOpenSsl();
+  // The store itself takes no library context; the certificates and CRLs it
+  // is given are read into the library's, and its lookups and checks fetch
+  // from the context of the objects they work on.
   X509_STORE* store = X509_STORE_new();
   if (store == nullptr) return nullptr;
 
@@ -20,7 +22,8 @@ X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* cer
     return nullptr;
   }
   if (certFile != nullptr) {
-    if (!X509_LOOKUP_load_file(lookup, certFile, X509_FILETYPE_PEM)) {
+    if (!X509_LOOKUP_load_file_ex(lookup, certFile, X509_FILETYPE_PEM,
+                                  verify_internal::LibraryContext(), nullptr)) {
       if (diagnostics != nullptr) BIO_printf(diagnostics, "Error loading file %s\n", certFile);
       printf("Error loading file %s\n", certFile);
       EV_LOG_ERROR("Error loading file %s ", certFile);
@@ -28,7 +31,8 @@ X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* cer
       return nullptr;
     }
   } else {
-    X509_LOOKUP_load_file(lookup, nullptr, X509_FILETYPE_DEFAULT);
+    X509_LOOKUP_load_file_ex(lookup, nullptr, X509_FILETYPE_DEFAULT,
+                             verify_internal::LibraryContext(), nullptr);
   }
 
   lookup = X509_STORE_add_lookup(store, X509_LOOKUP_hash_dir());

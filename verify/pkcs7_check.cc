@@ -10,6 +10,7 @@
 #include "platform/log.h"
 #include "status/kalu_status.h"
 #include "verify/cert_store.h"
+#include "verify/library_context.h"
 #include "verify/revocation.h"
 #include "verify/verify_common.h"
 
@@ -54,9 +55,15 @@ bool ParseAndBuildStore(const Pkcs7Check& check, const Pkcs7CheckCall& call,
     Tell(check.name, check.noBuffer);
     return false;
   }
-  // The buffer may be longer than the structure; the rest is ignored.
+  // The buffer may be longer than the structure; the rest is ignored. The
+  // structure is made in the library's context first: d2i_PKCS7 keeps the
+  // context of the structure it fills, and PKCS7_verify fetches its digests
+  // and builds its verification in the structure's context. A failed parse
+  // frees the structure.
   const unsigned char* cursor = call.derBuffer;
-  objects.p7.reset(d2i_PKCS7(nullptr, &cursor, call.derLength));
+  PKCS7* p7 = PKCS7_new_ex(LibraryContext(), nullptr);
+  if (p7 != nullptr) d2i_PKCS7(&p7, &cursor, call.derLength);
+  objects.p7.reset(p7);
   if (objects.p7 == nullptr) {
     Tell(check.name, check.notParsed);
     return false;

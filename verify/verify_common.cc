@@ -9,17 +9,16 @@
 #include <openssl/x509v3.h>
 
 #include "platform/file_io.h"
-#include "support/openssl_start.h"
 #include "verify/revocation.h"
 
 namespace verify_internal {
 
 void LoadOpenSslTables() {
-  support_internal::StartOpenSsl();
   // In OpenSSL 3 both calls are effectively no-ops: initialisation is
   // automatic, and they merely ask for tables that are loaded once per
   // process anyway. They stay so that each check still prepares the library
-  // itself before using it.
+  // itself before using it. Neither loads a configuration, nor keeps the
+  // host from loading one.
   OPENSSL_add_all_algorithms_noconf();
   ERR_load_crypto_strings();
 }

@@ -3,7 +3,10 @@
 // the conversion of certificate times. Keys and certificates are made here.
 #include <gtest/gtest.h>
 #include <openssl/bio.h>
+#include <openssl/evp.h>
 #include <openssl/pkcs7.h>
+#include <openssl/provider.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <climits>
@@ -119,25 +122,63 @@ class VerifyTest : public testing::Test {
   int m_files = 0;
 };
 
-// OpenSSL reads its configuration at most once per process, on first use;
-// this test runs first and, under CTest, in a process of its own, so the
-// library's call is the first. A configuration that leaves OpenSSL only the
-// null provider (no algorithms) would fail the check if it were read.
-TEST(OpenSslStart, ConfigurationNamedInTheEnvironmentIsNotRead) {
-  testsupport::TempDir dir;
-  testsupport::WriteFile(dir.file("openssl.cnf"),
-                         "openssl_conf = init\n[init]\nproviders = providers\n"
-                         "[providers]\nnull = null\n[null]\nactivate = 1\n");
-  setenv("OPENSSL_CONF", dir.file("openssl.cnf").c_str(), 1);
-  std::unique_ptr<IHash> first(makeHash("sha256"));
-  setenv("TZ", "UTC", 1);
-  testsupport::TestSigner signer(dir.file("trust.pem"));
-  std::string der = signer.Sign(kManifest);
-  testsupport::OutputCapture out;
-  EXPECT_EQ(EV_Unsign_using_date(dir.file("Version.inf").c_str(), signer.certFile().c_str(),
-                                 reinterpret_cast<unsigned char*>(der.data()), int(der.size())),
-            KALU_NO_ERR);
-  unsetenv("OPENSSL_CONF");
+// The host's OpenSSL configuration is the host's: each of these tests runs
+// in a process of its own (CTest), whose OpenSSL the test leaves untouched
+// until the host's step; the signed manifest is made in a child process.
+class HostOpenSsl : public ::testing::Test {
+ protected:
+  HostOpenSsl() {
+    setenv("TZ", "UTC", 1);
+    if (fork() == 0) {
+      testsupport::TestSigner signer(m_dir.file("trust.pem"));
+      testsupport::WriteFile(m_dir.file("Version.der"), signer.Sign(kManifest));
+      _exit(0);
+    }
+    wait(nullptr);
+  }
+  ~HostOpenSsl() override { unsetenv("OPENSSL_CONF"); }
+
+  // The host's environment names a configuration of OpenSSL's default
+  // context with these providers active.
+  void HostConfigures(const std::string& providers) {
+    testsupport::WriteFile(m_dir.file("host.cnf"),
+                           "openssl_conf = init\n[init]\nproviders = providers\n"
+                           "[providers]\n" +
+                               providers + "\n[on]\nactivate = 1\n");
+    setenv("OPENSSL_CONF", m_dir.file("host.cnf").c_str(), 1);
+  }
+  // The host starts OpenSSL, which loads that configuration.
+  static void HostStartsOpenSsl() {
+    ASSERT_EQ(OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr), 1);
+  }
+  unsigned int Unsign(std::string der) {
+    testsupport::OutputCapture quiet;
+    return EV_Unsign_using_date(m_dir.file("Version.inf").c_str(), m_dir.file("trust.pem").c_str(),
+                                reinterpret_cast<unsigned char*>(der.data()), int(der.size()));
+  }
+
+  testsupport::TempDir m_dir;
+};
+
+TEST_F(HostOpenSsl, ConfigurationOfAHostStartingAfterARunIsApplied) {
+  HostConfigures("default = on\nbase = on");
+  EXPECT_EQ(Unsign(ReadFile(m_dir.file("Version.der"))), KALU_NO_ERR);
+  HostStartsOpenSsl();
+  EXPECT_TRUE(OSSL_PROVIDER_available(nullptr, "base"));
+}
+
+// A default context left with the null provider alone has no algorithms.
+TEST_F(HostOpenSsl, ConfigurationLoadedBeforeARunChangesNoVerdict) {
+  HostConfigures("null = on");
+  HostStartsOpenSsl();
+  ASSERT_EQ(EVP_MD_fetch(nullptr, "SHA256", nullptr), nullptr);
+  std::string der = ReadFile(m_dir.file("Version.der"));
+  EXPECT_EQ(Unsign(der), KALU_NO_ERR);
+  der[der.size() - 1] ^= 1;  // the signature
+  EXPECT_EQ(Unsign(der), SIGN_ERR01);
+  std::unique_ptr<IHash> hash(makeHash("sha256"));
+  hash->finish();
+  EXPECT_EQ(hash->getHash().second, 32u);
 }
 
 // The unsigning check verifies at the signer's own start and wants exactly
