@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "platform/clock.h"
 #include "platform/memory.h"
 
 namespace ev {
@@ -24,11 +25,14 @@ void ChunkPool::map() {
   for (uint32_t chunk = kChunkCount; chunk > 0; --chunk) m_free.push_back(chunk - 1);
 }
 
-unsigned char* ChunkPool::take() {
+// Nothing wakes the filler for a stop (an abort is a plain store), so it
+// looks for one between waits of a bounded length.
+unsigned char* ChunkPool::take(bool (*stop)()) {
   MutexLock lock(m_lock);
   while (m_free.empty()) {
+    if (stop()) return nullptr;
     m_bFillerWaiting = true;
-    lock.wait(m_freedCond);
+    lock.waitUntil(m_freedCond, platform::DeadlineIn(kStopPollMs));
     m_bFillerWaiting = false;
   }
   const uint32_t chunk = m_free.back();

@@ -26,7 +26,7 @@ namespace ev {
 
 class ChunkPool {
  public:
-  enum : uint32_t { kChunkCount = 512, kChunkSize = 32768 };
+  enum : uint32_t { kChunkCount = 512, kChunkSize = 32768, kStopPollMs = 50 };
 
   ChunkPool() = default;
   ~ChunkPool();
@@ -36,8 +36,10 @@ class ChunkPool {
   // Maps the pool unless it is; throws std::bad_alloc when the system
   // refuses the pages.
   void map();
-  // A free chunk, waiting while none is; the pool must be mapped.
-  unsigned char* take();
+  // A free chunk, waiting while none is; the pool must be mapped. Null
+  // when `stop` says so: it is asked before each wait, and at least every
+  // kStopPollMs while the filler waits.
+  unsigned char* take(bool (*stop)());
   void giveBack(unsigned char* chunk);
   // Unmaps the pool when every chunk is back: the run is over.
   void trim();

@@ -2,8 +2,10 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/file_io.h"
+#include "platform/log.h"
 
 namespace {
 
@@ -42,4 +44,31 @@ EntryVerdict AdmitEntry(const std::string& name, int64_t declaredSize, const cha
 
 std::string OversizeReason(uint64_t limit) {
   return "more data than the signed size " + std::to_string(limit);
+}
+
+namespace {
+
+// Name and declared size of each entry written before the manifest.
+std::vector<std::pair<std::string, int64_t>> g_unjudgedEntries;
+
+}  // namespace
+
+void ForgetUnjudgedEntries() { g_unjudgedEntries.clear(); }
+
+void NoteUnjudgedEntry(const std::string& name, int64_t declaredSize) {
+  g_unjudgedEntries.emplace_back(name, declaredSize);
+}
+
+_KALU_Error JudgeUnjudgedEntries(const EV_Version_TPN* manifest) {
+  if (manifest == nullptr || !manifest->m_bVersionInfFound) return KALU_NO_ERR;
+  for (const auto& entry : g_unjudgedEntries) {
+    const _stVersionInfFileInfo* listed = FirstListing(*manifest, entry.first);
+    if (listed == nullptr) continue;
+    const EntryVerdict verdict = JudgeAgainstManifest(entry.second, &listed->ullFileSize);
+    if (verdict.status == KALU_NO_ERR) continue;
+    EV_SAY_AS("ExtractWithHash", kLogError, "Error: entry %s refused: %s", entry.first.c_str(),
+              verdict.reason.c_str());
+    return verdict.status;
+  }
+  return KALU_NO_ERR;
 }

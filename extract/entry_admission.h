@@ -7,9 +7,12 @@
 // size. An entry whose destination is the run's verified Version.inf is
 // refused in any case: the manifest on disk stays the one that was verified.
 // Entries met before the manifest cannot be judged this way; they are
-// written as they come and checked against the digests at the end.
+// written as they come, noted, and judged by the same rule at the end of the
+// run, before the digests are compared.
 //
-// Extract thread only; reads the run's manifest object.
+// Extract thread only, but for JudgeUnjudgedEntries, which the caller's
+// thread calls once every thread of the run has been joined; reads the
+// run's manifest object.
 #ifndef EXTRACT_ENTRY_ADMISSION_H_
 #define EXTRACT_ENTRY_ADMISSION_H_
 
@@ -26,5 +29,15 @@ EntryVerdict AdmitEntry(const std::string& name, int64_t declaredSize, const cha
 
 // The reason for refusing an entry that delivers more than `limit` bytes.
 std::string OversizeReason(uint64_t limit);
+
+// Entries written before the run's manifest was parsed: forgotten at the
+// start of a run, noted as they are written.
+void ForgetUnjudgedEntries();
+void NoteUnjudgedEntry(const std::string& name, int64_t declaredSize);
+// Judges the noted entries, in the order written, by their declared size
+// against `manifest` (null or not found: nothing to judge; a name it does
+// not list is left to the digests' comparison). SIGN_ERR02 at the first
+// that differs, refused with the line the walk prints; else KALU_NO_ERR.
+_KALU_Error JudgeUnjudgedEntries(const EV_Version_TPN* manifest);
 
 #endif  // EXTRACT_ENTRY_ADMISSION_H_

@@ -38,8 +38,9 @@ bool IsSignedManifestName(const std::string& name);
 
 // A package has one signed manifest. Once a piece has been accepted, every
 // further one (the rest of a Version.der longer than one read, or a second
-// Version.der) is refused, even when it verifies: parsed into the same
-// manifest object, another package's file list would merge with this one's.
+// Version.der) is refused before it is verified: verified, it would replace
+// the verified Version.inf; parsed into the same manifest object, another
+// package's file list would merge with this one's.
 bool RefusesManifestPiece(size_t piecesAcceptedBefore);
 
 // The pieces in which a signed manifest of `bytes` bytes is read.

@@ -154,11 +154,13 @@ bool EntryWalker::handleManifest(const std::string& name) {
       setStatus(PKG_ERR03);
       return endManifest();
     }
+    // Before the verification, which would write over the verified
+    // Version.inf whatever its outcome.
+    if (RefusesManifestPiece(m_manifestPiecesAccepted)) return refuseSecondManifest();
     FormatPath(manifestPath, g_dstDirPath, kManifestFileName);
     auto result = static_cast<_KALU_Error>(EV_Unsign_using_date(
         manifestPath, g_certificateFilePath.c_str(), m_data, static_cast<int>(kManifestReadSize)));
     if (result != KALU_NO_ERR) return refuseManifest(result);
-    if (RefusesManifestPiece(m_manifestPiecesAccepted)) return refuseSecondManifest();
     ++m_manifestPiecesAccepted;
     m_manifestPath = manifestPath;
     // A link planted at Version.inf was not written through; nor is it read:
@@ -179,11 +181,11 @@ bool EntryWalker::handleManifest(const std::string& name) {
 }
 
 // A package has one signed manifest. Every further piece of Version.der (a
-// second entry, or the bytes after the first 4096 of one) is checked like the
-// first, and normally fails that check. One that verifies could carry the
-// file list of another package from the same signer; parsed into the same
-// object it would merge with this one's. It is refused as a failed
-// verification instead of being parsed.
+// second entry, or the bytes after the first 4096 of one) is refused before
+// it is verified: one that verifies could carry the file list of another
+// package from the same signer, and its verification alone would replace
+// the verified Version.inf on disk. It is refused as a failed
+// verification instead of being verified.
 bool EntryWalker::refuseSecondManifest() {
   EV_SAY_AS(kThreadName, kLogError, "Error: more than one signed manifest in the package");
   return refuseManifest(SIGN_ERR01);
@@ -248,6 +250,7 @@ bool EntryWalker::extractFile(const std::string& name, int64_t declaredSize) {
     return true;
   }
   StartFileThreads(file);
+  if (!m_bManifestParsed) NoteUnjudgedEntry(name, declaredSize);
   return copyEntryData(file, verdict.byteLimit);
 }
 
@@ -266,7 +269,8 @@ bool EntryWalker::copyEntryData(HashAndWriteBuffer* file, uint64_t byteLimit) {
   for (;;) {
     if (runStopped()) return true;
     unsigned char* chunk = file->nextCopy();
-    if (chunk == nullptr) return false;  // nobody would pass the chunks on
+    // Nobody would pass the chunks on, or the run stopped while it waited.
+    if (chunk == nullptr) return runStopped();
     la_ssize_t copied = archive_read_data(m_reader, chunk, HashAndWriteBuffer::kChunkSize);
     if (copied == 0) {
       file->copyComplete();

@@ -26,9 +26,13 @@ void ExtractArchive(archive* reader, ArchiveInput& input) {
   ReadAndExtractBuffer& buffer = *input.ring;
   int opened = OpenPackageArchive(reader, &input);
   if (opened != ARCHIVE_OK) {
-    printf("Failed to create archive file: (%d) (%s)\n", opened, archive_error_string(reader));
-    EXTRACT_LOG(kLogError, "Failed to create archive file: (%d) (%s)", opened,
-                archive_error_string(reader));
+    // A failed open need not leave an error text (a gzip trailer cut short
+    // leaves none); print what glibc prints for a null string rather than
+    // handing null to printf on the target.
+    const char* error = archive_error_string(reader);
+    if (error == nullptr) error = "(null)";
+    printf("Failed to create archive file: (%d) (%s)\n", opened, error);
+    EXTRACT_LOG(kLogError, "Failed to create archive file: (%d) (%s)", opened, error);
     buffer.m_eStatus = PKG_ERR03;
     buffer.extractStopped();
     return;

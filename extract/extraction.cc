@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "extract/entry_admission.h"
 #include "extract/hash_compare.h"
 #include "extract/run_state_internal.h"
 #include "extract/source_reader.h"
@@ -38,6 +39,7 @@ _KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
   _KALU_Error status = KALU_NO_ERR;
   EV_LOG_ENTER();
   ResetGlobalVariables();
+  ForgetUnjudgedEntries();
   g_certificateFilePath = certFilePath;
   g_srcFilePath = srcFilePath;
   g_dstDirPath = dstDirPath;
@@ -56,6 +58,9 @@ _KALU_Error ExtractWithHash(const char* certFilePath, const char* srcFilePath,
   uint64_t end = platform::ClockCycles();
   double elapsedMs = static_cast<double>(end - start) * 1000.0 / ticksPerSecond();
 
+  // Files written before the manifest are held to their signed sizes as
+  // the ones after it were, then every digest to the manifest's.
+  if (status == KALU_NO_ERR) status = JudgeUnjudgedEntries(g_objKALU_Version_TPN);
   if (status == KALU_NO_ERR) status = compareHashValues();
   if (status != KALU_NO_ERR) {
     const char* name = CKALUStatus::EnumToStr(status);

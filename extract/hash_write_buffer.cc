@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "extract/chunk_pool.h"
+#include "extract/run_stop.h"
 #include "platform/file_io.h"
 
 namespace {
@@ -39,7 +40,7 @@ HashAndWriteBuffer::~HashAndWriteBuffer() {
 
 unsigned char* HashAndWriteBuffer::nextCopy() {
   if (m_bCopyStop) return nullptr;
-  m_slots[m_copyCursor] = ev::ChunkPool::Shared().take();
+  m_slots[m_copyCursor] = ev::ChunkPool::Shared().take(run_stop::Requested);
   return m_slots[m_copyCursor];
 }
 

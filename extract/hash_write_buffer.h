@@ -57,7 +57,8 @@ class EV_EXPORT HashAndWriteBuffer {
   HashAndWriteBuffer& operator=(const HashAndWriteBuffer&) = delete;
 
   // Filler (extract thread). nextCopy waits for a free chunk of the pool;
-  // null once stopCopy has been called.
+  // null once stopCopy has been called, or when the run stops
+  // (extract/run_stop.h) while it waits.
   unsigned char* nextCopy();
   void copyReady(unsigned int size);
   // The entry's data has ended: the chunk last taken by nextCopy goes back

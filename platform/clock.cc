@@ -27,4 +27,13 @@ uint64_t CyclesPerSecond() { return 1000000000u; }
 
 #endif
 
+timespec DeadlineIn(int milliseconds) {
+  timespec deadline{};
+  clock_gettime(CLOCK_REALTIME, &deadline);
+  deadline.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000L;
+  deadline.tv_sec += milliseconds / 1000 + deadline.tv_nsec / 1000000000L;
+  deadline.tv_nsec %= 1000000000L;
+  return deadline;
+}
+
 }  // namespace platform

@@ -6,12 +6,18 @@
 #ifndef PLATFORM_CLOCK_H_
 #define PLATFORM_CLOCK_H_
 
+#include <time.h>
+
 #include <cstdint>
 
 namespace platform {
 
 uint64_t ClockCycles();
 uint64_t CyclesPerSecond();
+
+// The instant `milliseconds` from now, on the clock that condition waits
+// with a deadline measure (pthread_cond_timedwait's default).
+timespec DeadlineIn(int milliseconds);
 
 }  // namespace platform
 

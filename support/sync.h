@@ -54,6 +54,11 @@ class SCOPED_CAPABILITY MutexLock {
   MutexLock& operator=(const MutexLock&) = delete;
 
   void wait(Cond& cond) { pthread_cond_wait(cond, m_mutex); }
+  // As wait, but returns at `deadline` (pthread_cond_timedwait's clock) at
+  // the latest.
+  void waitUntil(Cond& cond, const timespec& deadline) {
+    pthread_cond_timedwait(cond, m_mutex, &deadline);
+  }
   static void signal(Cond& cond) { pthread_cond_signal(cond); }
 
  private:

@@ -1,13 +1,14 @@
 // The ends of the rings that no run can time on purpose: the end of input
 // while the extract thread waits for a chunk, a filler waiting for a chunk of
-// the pool that another file's writer gives back, and a cancellation while
-// chunks are queued. The other ends and stops are met by the runs.
+// the pool that another file's writer gives back or stopped by an abort, and
+// a cancellation while chunks are queued. The other ends and stops are met by the runs.
 #include <gtest/gtest.h>
 
 #include <future>
 
 #include "extract/hash_write_buffer.h"
 #include "extract/read_buffer.h"
+#include "extract/run_state.h"
 #include "tests/testsupport/temp_dir.h"
 
 namespace {
@@ -32,6 +33,11 @@ TEST(Rings, EndsAndCancellationsReachThePartyThatWaits) {
     ASSERT_NE(first.nextCopy(), nullptr);
     first.copyReady(1);
   }
+  // A filler waiting for a chunk sees an abort, though nothing wakes it.
+  auto aborted = Blocked([&] { return second.nextCopy(); });
+  AbortExtraction();
+  EXPECT_EQ(aborted.get(), nullptr);
+  g_bAbortExecution = 0;
   // The next file starts in the first chunk the last one gives back.
   auto filler = Blocked([&] { return second.nextCopy(); });
   first.hashReady(first.nextHash().second);

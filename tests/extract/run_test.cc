@@ -174,20 +174,27 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
     }
   }
   // After the manifest a size other than the signed one, or a name it does
-  // not list, is refused before a byte is written; before it, everything
-  // after the header is taken as the file's data, up to the end.
+  // not list, is refused before a byte is written; before it, the file is
+  // written (everything after its header is its data, up to the end) and its
+  // size judged at the end by the same rule.
   for (bool manifestFirst : {true, false}) {
-    k = add("declared size beyond the package", {a, Entry::Generated("big", 70000, 3), c},
-            manifestFirst ? SIGN_ERR02 : PKG_ERR03);
-    k->entries.insert(manifestFirst ? k->entries.begin() : k->entries.end(), SignedManifest());
-    k->options.editTar = [](std::string* tar) {
-      ASSERT_TRUE(package::PatchTarEntrySize(tar, "big", (uint64_t{1} << 33) - 1));
-    };
-    k->printed = {manifestFirst ? "Error: entry big refused: declared size 8589934591 differs "
-                                  "from the signed size 70000\n"
-                                : "Problem extracting file\n"};
-    k->absent = {"c"};
-    if (manifestFirst) k->absent.push_back("big");
+    for (int64_t declared : {int64_t{69999}, int64_t{70001}, (int64_t{1} << 33) - 1}) {
+      const bool beyond = declared > 70001;
+      k = add("declared size " + std::to_string(declared),
+              {a, Entry::Generated("big", 70000, 3), c},
+              manifestFirst || !beyond ? SIGN_ERR02 : PKG_ERR03);
+      k->entries.insert(manifestFirst ? k->entries.begin() : k->entries.end(), SignedManifest());
+      k->entries[manifestFirst ? 2 : 1].declaredSize = beyond ? -1 : declared;
+      k->options.editTar = [beyond, declared](std::string* tar) {
+        ASSERT_TRUE(!beyond || package::PatchTarEntrySize(tar, "big", uint64_t(declared)));
+      };
+      k->printed = {!manifestFirst && beyond
+                        ? "Problem extracting file\n"
+                        : "Error: entry big refused: declared size " + std::to_string(declared) +
+                              " differs from the signed size 70000\n"};
+      if (beyond) k->absent = {"c"};
+      if (manifestFirst) k->absent.push_back("big");
+    }
   }
   k = add("file not listed", {SignedManifest(), a, b}, SIGN_ERR02);
   k->options.leftOutOfManifest = {"b"};
@@ -233,9 +240,11 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
   add("same entry twice", twice, KALU_NO_ERR)->options = signedOnce;
   // A second manifest from the same signer, as an entry or after the first
   // 4096 bytes of the one entry, would merge another package's file list.
-  const std::string other =
-      m_signer.Sign("Version Number=0.9\nFile1=a\nFile1 Hash Value=" + package::Sha256Hex("old\n") +
-                    "\nFile1 Size=4\n");
+  // The first stays the verified Version.inf on disk.
+  const std::string otherText =
+      "Version Number=0.9\nFile1=a\nFile1 Hash Value=" + package::Sha256Hex("old\n") +
+      "\nFile1 Size=4\n";
+  const std::string other = m_signer.Sign(otherText);
   for (bool inOneEntry : {false, true}) {
     k = add("second manifest", {SignedManifest(), Entry::File("a", "old\n")}, SIGN_ERR01);
     if (inOneEntry) {
@@ -249,6 +258,9 @@ TEST_F(RunTest, EachCaseEndsWithItsStatusOutputAndFiles) {
     k->printed = {"Error: more than one signed manifest in the package\n",
                   "Error: Open SSL Verification Failed. Status :40 / SIGN_ERR01\n"};
     k->absent = {"a"};
+    k->more = [&, inOneEntry] {
+      EXPECT_EQ(ReadFile(Out("Version.inf")), inOneEntry ? "Version Number=1.0\n" : otherText);
+    };
   }
 
   // The extract thread stops taking chunks before the end of a large package.
