@@ -12,6 +12,8 @@
 #   include/extract_verify.h
 #             forwards there, for clients that include the bare name
 #   bin/      the extract-verify tool
+#   share/    its manual page (man/man1/extract-verify.1.gz) and bash
+#             completion
 #   lib/cmake/extract_verify/
 #             find_package(extract_verify): the imported target
 #             extract_verify::extract_verify
