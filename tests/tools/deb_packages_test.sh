@@ -2,14 +2,16 @@
 # Builds the Debian packages of a build tree with cpack and checks them:
 # each package holds its own part of the installation, the libraries in the
 # multiarch directory of the packages' architecture, and together they hold
-# all of it; the development and tool packages depend on the library's.
-# Exits 77 (skipped) where dpkg-deb is missing.
+# all of it; the development and tool packages depend on the library's, and
+# the library's names ISA-L exactly when it links it; lintian finds no
+# error. Exits 77 (skipped) where dpkg-deb is missing.
 #
 # Usage: deb_packages_test.sh BUILD_DIR WORK_DIR
 set -euo pipefail
 build=$1 work=$2
 command -v dpkg-deb > /dev/null || { echo "dpkg-deb is missing: skipped"; exit 77; }
 fail() { echo "deb_packages_test: $*" >&2; exit 1; }
+command -v lintian > /dev/null || fail "lintian is missing: run scripts/setup.sh"
 
 rm -rf "$work"
 mkdir -p "$work"
@@ -37,10 +39,10 @@ expect "$dev" "$libdir/libextract_verify.so" include/extract_verify.h \
 expect "$tool" bin/extract-verify share/man/man1/extract-verify.1.gz
 
 # The packages hold what `cmake --install` installs, but for the library
-# directory.
+# directory and each package's own documents.
 all=$(cd "$work/prefix" && find . ! -type d | sed 's|^\./||' | sort)
 packaged=$(for deb in "$lib" "$dev" "$tool"; do contents "$deb"; done |
-  sed "s|^$libdir/|lib/|" | sort)
+  grep -v '^share/doc/' | sed "s|^$libdir/|lib/|" | sort)
 [ "$all" = "$packaged" ] ||
   fail "packages and installation differ: $(diff <(echo "$all") <(echo "$packaged") | grep '^[<>]')"
 
@@ -48,4 +50,13 @@ for deb in "$dev" "$tool"; do
   dpkg-deb -f "$deb" Depends | grep -q "libextract-verify1 (= " ||
     fail "$(basename "$deb") does not depend on the library's package"
 done
+# dpkg-shlibdeps names what the library links: ISA-L only in a build with it.
+dpkg-deb -x "$lib" "$work/lib"
+links_isal=$(readelf -d "$work/lib/usr/$libdir/libextract_verify.so.1" | grep -c 'NEEDED.*libisal' || true)
+depends_isal=$(dpkg-deb -f "$lib" Depends | grep -c 'libisal2' || true)
+[ "$links_isal" = "$depends_isal" ] ||
+  fail "the library's package depends on libisal2: $depends_isal, links ISA-L: $links_isal"
+
+lintian --fail-on error --tag-display-limit 0 "$lib" "$dev" "$tool" > "$work/lintian.log" 2>&1 ||
+  fail "lintian found errors: $(grep '^E:' "$work/lintian.log" || cat "$work/lintian.log")"
 rm -rf "$work"
