@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "authoring/package/manifest_text.h"
 #include "tests/testsupport/temp_dir.h"
-#include "tools/package/manifest_text.h"
 
 namespace testsupport {
 

@@ -17,8 +17,8 @@
 #include <tuple>
 #include <vector>
 
+#include "authoring/package/package_writer.h"
 #include "tests/tools/tool_fixture.h"
-#include "tools/package/package_writer.h"
 
 namespace tooltest {
 namespace {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "authoring/package/package_writer.h"
 #include "tools/cli/archive_scan.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/input_checks.h"
@@ -15,7 +16,6 @@
 #include "tools/cli/package_builder.h"
 #include "tools/cli/package_check.h"
 #include "tools/cli/signing.h"
-#include "tools/package/package_writer.h"
 
 namespace cli {
 

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "authoring/package/package_writer.h"
 #include "tools/cli/archive_scan.h"
 #include "tools/cli/input_checks.h"
 #include "tools/cli/manifest_verify.h"
@@ -9,7 +10,6 @@
 #include "tools/cli/package_builder.h"
 #include "tools/cli/package_output.h"
 #include "tools/cli/signature_check.h"
-#include "tools/package/package_writer.h"
 
 namespace cli {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/pki/pki.h"
+#include "authoring/pki/pki.h"
 
 namespace cli {
 

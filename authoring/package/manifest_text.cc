@@ -1,4 +1,4 @@
-#include "tools/package/manifest_text.h"
+#include "authoring/package/manifest_text.h"
 
 namespace package {
 

@@ -1,4 +1,4 @@
-#include "tools/package/package_writer.h"
+#include "authoring/package/package_writer.h"
 
 #include <archive.h>
 #include <archive_entry.h>

@@ -15,8 +15,8 @@
 //
 // Failures of libarchive or of the file system throw std::runtime_error.
 // Everything here is usable from any thread on distinct objects.
-#ifndef TOOLS_PACKAGE_PACKAGE_WRITER_H_
-#define TOOLS_PACKAGE_PACKAGE_WRITER_H_
+#ifndef AUTHORING_PACKAGE_PACKAGE_WRITER_H_
+#define AUTHORING_PACKAGE_PACKAGE_WRITER_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -151,4 +151,4 @@ std::string Sha256Hex(const std::string& data);
 
 }  // namespace package
 
-#endif  // TOOLS_PACKAGE_PACKAGE_WRITER_H_
+#endif  // AUTHORING_PACKAGE_PACKAGE_WRITER_H_

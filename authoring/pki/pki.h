@@ -11,8 +11,8 @@
 // pki::Error with OpenSSL's error text. Key material exists only in memory
 // and in the files a caller asks for; nothing here is meant to be committed.
 // Functions may run on any thread; objects are not shared between threads.
-#ifndef TOOLS_PKI_PKI_H_
-#define TOOLS_PKI_PKI_H_
+#ifndef AUTHORING_PKI_PKI_H_
+#define AUTHORING_PKI_PKI_H_
 
 #include <openssl/evp.h>
 #include <openssl/x509.h>
@@ -106,4 +106,4 @@ Identity LoadIdentity(const std::string& certPath, const std::string& keyPath);
 
 }  // namespace pki
 
-#endif  // TOOLS_PKI_PKI_H_
+#endif  // AUTHORING_PKI_PKI_H_

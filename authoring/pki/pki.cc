@@ -1,4 +1,4 @@
-#include "tools/pki/pki.h"
+#include "authoring/pki/pki.h"
 
 #include <openssl/bio.h>
 #include <openssl/ec.h>
