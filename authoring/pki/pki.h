@@ -95,9 +95,9 @@ std::vector<unsigned char> SignPkcs7Der(
     SignedAttributes attributes = SignedAttributes::kWithSigningTime);
 
 // PEM files. A certificate file may hold several certificates; keys are
-// written unencrypted (PKCS#8).
+// written as PKCS#8, unencrypted unless a pass phrase is given (AES-256).
 void WriteCertificatesPem(const std::string& path, const std::vector<X509*>& certs);
-void WriteKeyPem(const std::string& path, EVP_PKEY* key);
+void WriteKeyPem(const std::string& path, EVP_PKEY* key, const std::string& passPhrase = "");
 std::vector<Cert> ReadCertificatesPem(const std::string& path);
 Key ReadKeyPem(const std::string& path);
 // The first certificate of `certPath` with the key of `keyPath`; throws when
