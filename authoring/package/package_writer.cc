@@ -11,22 +11,13 @@
 #include <stdexcept>
 #include <utility>
 
+#include "support/hex.h"
+
 namespace package {
 
 namespace {
 
 constexpr size_t kBlockSize = 65536;
-
-std::string Hex(const unsigned char* bytes, size_t length) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(length * 2);
-  for (size_t i = 0; i < length; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 0x0f];
-  }
-  return text;
-}
 
 class Sha256Stream {
  public:
@@ -45,7 +36,7 @@ class Sha256Stream {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     EVP_DigestFinal_ex(m_context, digest, &length);
-    return Hex(digest, length);
+    return ev::LowerHex(digest, length);
   }
 
  private:

@@ -59,8 +59,11 @@ grep -q "package DEMO-0001 version 1.0.0: 4 file(s) verified" "$work/client.log"
   fail "unexpected client output: $(tail -n 3 "$work/client.log")"
 grep -q "done: 4 file(s) finished" "$work/progress.log" ||
   fail "unexpected progress: $(tail -c 200 "$work/progress.log")"
+# The manifest gives each file's SHA-256 as sha256sum writes it.
 for file in "$work"/demo/input/*; do
   cmp -s "$file" "$work/out/$(basename "$file")" || fail "$(basename "$file") differs"
+  grep -q "Hash Value=$(sha256sum < "$file" | cut -d ' ' -f 1)\$" "$work/out/Version.inf" ||
+    fail "the manifest lacks the SHA-256 of $(basename "$file")"
 done
 
 # A failed run ends with the status of the library.
