@@ -13,12 +13,12 @@ namespace testsupport {
 namespace {
 
 bool IsManifestPlaceholder(const package::Entry& entry) {
-  return entry.name == "Version.der" && entry.kind == package::EntryKind::kRegular &&
+  return entry.name == "Version.der" && entry.type == package::FileType::kRegular &&
          entry.source == package::Entry::Source::kText && entry.text.empty();
 }
 
 bool Listed(const package::Entry& entry, const PackageOptions& options) {
-  return entry.kind == package::EntryKind::kRegular && !IsManifestPlaceholder(entry) &&
+  return entry.type == package::FileType::kRegular && !IsManifestPlaceholder(entry) &&
          options.leftOutOfManifest.count(entry.name) == 0;
 }
 
