@@ -15,7 +15,7 @@ command -v lintian > /dev/null || fail "lintian is missing: run scripts/setup.sh
 
 rm -rf "$work"
 mkdir -p "$work"
-cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/debs" > "$work/cpack.log" ||
+cpack -G DEB --config "$build/CPackConfig.cmake" -B "$work/debs" > "$work/cpack.log" 2>&1 ||
   fail "cpack failed: $(tail -n 5 "$work/cpack.log")"
 cmake --install "$build" --prefix "$work/prefix" > "$work/install.log"
 
