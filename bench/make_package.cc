@@ -27,9 +27,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/package/manifest_text.h"
-#include "tools/package/package_writer.h"
-#include "tools/pki/pki.h"
+#include "authoring/package/manifest_text.h"
+#include "authoring/package/package_writer.h"
+#include "authoring/pki/pki.h"
 
 namespace {
 

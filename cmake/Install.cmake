@@ -12,6 +12,8 @@
 #   include/extract_verify.h
 #             forwards there, for clients that include the bare name
 #   bin/      the extract-verify tool
+#   share/    its manual page (man/man1/extract-verify.1.gz) and bash
+#             completion
 #   lib/cmake/extract_verify/
 #             find_package(extract_verify): the imported target
 #             extract_verify::extract_verify
@@ -19,14 +21,15 @@
 #
 # Installed binaries find their libraries next to themselves ($ORIGIN), so a
 # prefix can be moved or used without ldconfig. Each file belongs to one
-# component, which is one Debian package (cmake/Package.cmake): lib (the
-# shared libraries), dev (headers, namelink, CMake and pkg-config files) and
-# tool (the extract-verify tool).
+# component: lib (the shared libraries), lib_dev (namelink, CMake and
+# pkg-config files), dev (headers) and tool (the extract-verify tool, its
+# manual page and completion). The files under lib/ are installed by
+# ev_install_library_files, which the Debian packages call once more for
+# their own library directory (cmake/Package.cmake).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(ev_install_includedir ${CMAKE_INSTALL_INCLUDEDIR}/extract_verify)
-set(ev_install_cmakedir ${CMAKE_INSTALL_LIBDIR}/cmake/extract_verify)
 
 # The project headers that `header` includes ("dir/name.h"), directly or
 # through each other, appended to the list named by `out`.
@@ -84,30 +87,42 @@ install(FILES ${PROJECT_BINARY_DIR}/installed_headers/forward/extract_verify.h
 set_target_properties(extract_verify PROPERTIES INSTALL_RPATH "$ORIGIN")
 set_target_properties(extract-verify PROPERTIES
   INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
-
-install(TARGETS extract_verify hxlog HX_ConfigParser
-  EXPORT extract_verify_targets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT lib NAMELINK_COMPONENT dev)
 install(TARGETS extract-verify RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
 
-install(EXPORT extract_verify_targets
-  NAMESPACE extract_verify::
-  FILE extract_verifyTargets.cmake
-  DESTINATION ${ev_install_cmakedir} COMPONENT dev)
-configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/extract_verifyConfig.cmake.in
-  ${PROJECT_BINARY_DIR}/extract_verifyConfig.cmake
-  INSTALL_DESTINATION ${ev_install_cmakedir})
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/extract_verifyConfigVersion.cmake
-  COMPATIBILITY SameMajorVersion)
-install(FILES
-  ${PROJECT_BINARY_DIR}/extract_verifyConfig.cmake
-  ${PROJECT_BINARY_DIR}/extract_verifyConfigVersion.cmake
-  DESTINATION ${ev_install_cmakedir} COMPONENT dev)
+# The libraries in `libdir` (relative to the prefix), in component
+# `lib_component`; their namelink, the CMake package and the pkg-config file,
+# which find the prefix from their own place, in `dev_component`. `layout`
+# names the export set and the build folder of the generated files. ARGN:
+# EXCLUDE_FROM_ALL for files that only a component install (cpack) writes.
+function(ev_install_library_files layout libdir lib_component dev_component)
+  set(cmakedir ${libdir}/cmake/extract_verify)
+  set(generated ${PROJECT_BINARY_DIR}/install_${layout})
+  install(TARGETS extract_verify hxlog HX_ConfigParser
+    EXPORT extract_verify_${layout}_targets
+    LIBRARY DESTINATION ${libdir} COMPONENT ${lib_component}
+            NAMELINK_COMPONENT ${dev_component} ${ARGN})
+  install(EXPORT extract_verify_${layout}_targets
+    NAMESPACE extract_verify::
+    FILE extract_verifyTargets.cmake
+    DESTINATION ${cmakedir} COMPONENT ${dev_component} ${ARGN})
+  configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/extract_verifyConfig.cmake.in
+    ${generated}/extract_verifyConfig.cmake
+    INSTALL_DESTINATION ${cmakedir})
+  write_basic_package_version_file(${generated}/extract_verifyConfigVersion.cmake
+    VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
+  install(FILES
+    ${generated}/extract_verifyConfig.cmake
+    ${generated}/extract_verifyConfigVersion.cmake
+    DESTINATION ${cmakedir} COMPONENT ${dev_component} ${ARGN})
 
-# The .pc file finds the prefix from its own place, wherever the prefix is.
-file(RELATIVE_PATH ev_pc_to_prefix /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
-string(REGEX REPLACE "/$" "" ev_pc_to_prefix "${ev_pc_to_prefix}")
-configure_file(${CMAKE_CURRENT_LIST_DIR}/extract_verify.pc.in
-  ${PROJECT_BINARY_DIR}/extract_verify.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/extract_verify.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+  # The .pc file finds the prefix from its own place, wherever the prefix is.
+  file(RELATIVE_PATH ev_pc_to_prefix /root/${libdir}/pkgconfig /root)
+  string(REGEX REPLACE "/$" "" ev_pc_to_prefix "${ev_pc_to_prefix}")
+  set(ev_pc_libdir ${libdir})
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/extract_verify.pc.in
+    ${generated}/extract_verify.pc @ONLY)
+  install(FILES ${generated}/extract_verify.pc
+    DESTINATION ${libdir}/pkgconfig COMPONENT ${dev_component} ${ARGN})
+endfunction()
+
+ev_install_library_files(prefix ${CMAKE_INSTALL_LIBDIR} lib lib_dev)

@@ -17,6 +17,7 @@
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
+#include "support/hex.h"
 
 namespace {
 
@@ -107,14 +108,8 @@ bool JoinStartedThreads(const StartedThreads& threads) {
 // Two lower-case hex digits per digest byte; empty for a hash that computes
 // nothing.
 std::string DigestText(const IHash* hash) {
-  std::string text;
-  std::pair<const unsigned char*, uint32_t> digest = hash->getHash();
-  char hex[3];
-  for (uint32_t i = 0; i < digest.second; ++i) {
-    snprintf(hex, sizeof hex, "%02x", digest.first[i]);
-    text += hex;
-  }
-  return text;
+  const std::pair<const unsigned char*, uint32_t> digest = hash->getHash();
+  return ev::LowerHex(digest.first, digest.second);
 }
 
 // Every chunk of the run is back in the pool: its pages go back too.

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "authoring/package/manifest_text.h"
+#include "authoring/package/package_writer.h"
+#include "authoring/pki/pki.h"
 #include "tests/testsupport/temp_dir.h"
-#include "tools/package/manifest_text.h"
-#include "tools/package/package_writer.h"
-#include "tools/pki/pki.h"
 
 namespace {
 

@@ -8,6 +8,7 @@ packages=(
   libarchive-dev libssl-dev zlib1g-dev libbz2-dev libisal-dev
   libgtest-dev googletest
   libarchive-tools
+  lintian
   libcli11-dev nlohmann-json3-dev
   openssl softhsm2 opensc libengine-pkcs11-openssl
 )

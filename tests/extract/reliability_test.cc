@@ -22,8 +22,8 @@
 #if EV_HAVE_ISAL
 #include "extract/tar_inflater.h"
 #endif
+#include "authoring/package/manifest_text.h"
 #include "tests/extract/run_fixture.h"
-#include "tools/package/manifest_text.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define EV_SANITIZED 1

@@ -5,20 +5,20 @@
 #include <filesystem>
 #include <utility>
 
+#include "authoring/package/manifest_text.h"
 #include "tests/testsupport/temp_dir.h"
-#include "tools/package/manifest_text.h"
 
 namespace testsupport {
 
 namespace {
 
 bool IsManifestPlaceholder(const package::Entry& entry) {
-  return entry.name == "Version.der" && entry.kind == package::EntryKind::kRegular &&
+  return entry.name == "Version.der" && entry.type == package::FileType::kRegular &&
          entry.source == package::Entry::Source::kText && entry.text.empty();
 }
 
 bool Listed(const package::Entry& entry, const PackageOptions& options) {
-  return entry.kind == package::EntryKind::kRegular && !IsManifestPlaceholder(entry) &&
+  return entry.type == package::FileType::kRegular && !IsManifestPlaceholder(entry) &&
          options.leftOutOfManifest.count(entry.name) == 0;
 }
 

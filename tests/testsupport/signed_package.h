@@ -18,8 +18,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/package/package_writer.h"
-#include "tools/pki/pki.h"
+#include "authoring/package/package_writer.h"
+#include "authoring/pki/pki.h"
 
 namespace testsupport {
 

@@ -3,9 +3,7 @@
 // status alone does not tell (selection, completeness, unverified files,
 // interruption); inspect's report and the packages it fails; the sentences
 // every verifying command gives for unusable inputs and failed signatures.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <openssl/pem.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,8 +15,8 @@
 #include <tuple>
 #include <vector>
 
+#include "authoring/package/package_writer.h"
 #include "tests/tools/tool_fixture.h"
-#include "tools/package/package_writer.h"
 
 namespace tooltest {
 namespace {
@@ -345,10 +343,7 @@ TEST_F(ToolTest, UnusableInputsAndFailedSignaturesAreOneSentenceNamingTheCause) 
   pki::Cert coder(X509_dup(m_signer.cert.get()));
   testsupport::SetExtendedKeyUsage(coder.get(), "codeSigning", m_root.key.get());
   pki::WriteCertificatesPem(Path("coder.pem"), {coder.get()});
-  FILE* file = fopen(Path("locked.key").c_str(), "w");
-  PEM_write_PKCS8PrivateKey(file, m_signer.key.get(), EVP_aes_256_cbc(), nullptr, 0, nullptr,
-                            const_cast<char*>("secret"));
-  fclose(file);
+  pki::WriteKeyPem(Path("locked.key"), m_signer.key.get(), "secret");
   testsupport::WriteFile(Path("pass.txt"), "wrong\n");
   const std::string revoked = Path("revoked.pem");
   testsupport::WriteFile(revoked, ReadFile(trust()));

@@ -42,9 +42,9 @@ set_tests_properties(install_example_client PROPERTIES
   TIMEOUT 300 RESOURCE_LOCK "error_report_file;build_tree_install"
   ENVIRONMENT "TZ=UTC;CXX=${CMAKE_CXX_COMPILER};EV_CLIENT_FLAGS=${ev_client_flags};EV_EMULATOR=${ev_tool_emulator}")
 
-# The Debian packages that cpack makes of the installation. Installing from
-# the build tree writes its install manifest there, so the two tests that
-# install take turns.
+# The Debian packages that cpack makes of the installation, and lintian's
+# verdict on them. Installing from the build tree writes its install
+# manifest there, so the two tests that install take turns.
 add_test(NAME deb_packages
   COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/deb_packages_test.sh ${PROJECT_BINARY_DIR}
           ${CMAKE_CURRENT_BINARY_DIR}/deb_packages_test)

@@ -29,7 +29,7 @@ for file in bin/extract-verify lib/libextract_verify.so lib/libhxlog.so lib/libH
             include/extract_verify/status/kalu_status.h \
             include/extract_verify/extract/hash_write_buffer.h \
             lib/cmake/extract_verify/extract_verifyConfig.cmake lib/pkgconfig/extract_verify.pc \
-            share/man/man1/extract-verify.1 share/bash-completion/completions/extract-verify; do
+            share/man/man1/extract-verify.1.gz share/bash-completion/completions/extract-verify; do
   [ -e "$prefix/$file" ] || fail "$file is not installed"
 done
 # The hand-written manual page and completion name every option of --help.
@@ -37,7 +37,7 @@ for command in extract inspect pack resign attach demo; do
   help=$(run "$prefix/bin/extract-verify" "$command" --help) || fail "$command --help failed"
   grep -q "^Usage: extract-verify $command" <<<"$help" || fail "$command --help shows no usage"
   for option in $(grep -o -- '--[a-z-]*' <<<"$help" | sort -u); do
-    grep -q -- "${option//-/\\\\-}" "$prefix/share/man/man1/extract-verify.1" ||
+    zgrep -q -- "${option//-/\\\\-}" "$prefix/share/man/man1/extract-verify.1.gz" ||
       fail "the manual page lacks $command $option"
     grep -q -- "$option" "$prefix/share/bash-completion/completions/extract-verify" ||
       fail "the completion lacks $command $option"
@@ -59,8 +59,11 @@ grep -q "package DEMO-0001 version 1.0.0: 4 file(s) verified" "$work/client.log"
   fail "unexpected client output: $(tail -n 3 "$work/client.log")"
 grep -q "done: 4 file(s) finished" "$work/progress.log" ||
   fail "unexpected progress: $(tail -c 200 "$work/progress.log")"
+# The manifest gives each file's SHA-256 as sha256sum writes it.
 for file in "$work"/demo/input/*; do
   cmp -s "$file" "$work/out/$(basename "$file")" || fail "$(basename "$file") differs"
+  grep -q "Hash Value=$(sha256sum < "$file" | cut -d ' ' -f 1)\$" "$work/out/Version.inf" ||
+    fail "the manifest lacks the SHA-256 of $(basename "$file")"
 done
 
 # A failed run ends with the status of the library.

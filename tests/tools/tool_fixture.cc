@@ -12,8 +12,8 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "tools/package/manifest_text.h"
-#include "tools/package/package_writer.h"
+#include "authoring/package/manifest_text.h"
+#include "authoring/package/package_writer.h"
 
 extern char** environ;
 

@@ -6,6 +6,7 @@
 
 #include <memory>
 
+#include "support/hex.h"
 #include "tools/cli/options.h"
 
 namespace cli {
@@ -22,16 +23,6 @@ struct DigestFree {
 std::string ErrorText(archive* reader) {
   const char* text = archive_error_string(reader);
   return text != nullptr ? text : "unknown libarchive error";
-}
-
-std::string Hex(const unsigned char* bytes, unsigned int count) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (unsigned int i = 0; i < count; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 0xf];
-  }
-  return text;
 }
 
 // Reads the current entry's data, hashing it; the signed manifest's pieces
@@ -56,7 +47,7 @@ bool ReadEntryData(archive* reader, ScannedEntry& entry, ArchiveScan& scan) {
   unsigned char sum[EVP_MAX_MD_SIZE];
   unsigned int length = 0;
   EVP_DigestFinal_ex(digest.get(), sum, &length);
-  entry.sha256 = Hex(sum, length);
+  entry.sha256 = ev::LowerHex(sum, length);
   return true;
 }
 

@@ -3,8 +3,8 @@
 // Each subcommand lives in its own file: it adds itself to the tool's
 // command line (its options bound to values it keeps) and returns what
 // runs it once the command line has been parsed. `run` returns the exit
-// status; it may throw InputError (exit status 1, one sentence). Main
-// thread only.
+// status; it may throw InputError or PackRefused (exit status 1, one
+// sentence), which main reports. Main thread only.
 #ifndef TOOLS_CLI_COMMANDS_H_
 #define TOOLS_CLI_COMMANDS_H_
 

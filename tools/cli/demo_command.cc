@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "authoring/package/package_writer.h"
+#include "authoring/pki/pki.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/options.h"
 #include "tools/cli/package_builder.h"
@@ -18,8 +20,6 @@
 #include "tools/cli/status_text.h"
 #include "tools/cli/temp_directory.h"
 #include "tools/cli/text_format.h"
-#include "tools/package/package_writer.h"
-#include "tools/pki/pki.h"
 
 namespace cli {
 

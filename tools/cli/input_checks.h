@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "tools/pki/pki.h"
+#include "authoring/pki/pki.h"
 
 namespace cli {
 

@@ -31,6 +31,9 @@ int RunAndReport(const cli::Command& command) {
     fprintf(stderr, "%s %s: %s\nRun with --help for more information.\n", cli::kToolName,
             command.app->get_name().c_str(), error.what());
     return cli::kExitUsage;
+  } catch (const cli::PackRefused& refused) {
+    fprintf(stderr, "%s %s: refused: %s\n", cli::kToolName, command.app->get_name().c_str(),
+            refused.what());
   } catch (const cli::InputError& error) {
     fprintf(stderr, "%s %s: %s\n", cli::kToolName, command.app->get_name().c_str(), error.what());
     if (cli::g_verbose && !error.detail().empty()) fprintf(stderr, "%s", error.detail().c_str());

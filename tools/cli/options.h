@@ -1,6 +1,6 @@
 // What the subcommands of extract-verify share on their command lines: the
-// exit statuses, the error that names an input and its cause, and the
-// options that several commands take (CLI11 parses every command line).
+// exit statuses, the errors that end a command (an input and its cause, a
+// refused package), and the options that several commands take (CLI11 parses every command line).
 // Main thread only.
 #ifndef TOOLS_CLI_OPTIONS_H_
 #define TOOLS_CLI_OPTIONS_H_
@@ -31,6 +31,13 @@ class InputError : public std::runtime_error {
 
  private:
   std::string m_detail;
+};
+
+// The inputs cannot make a package that the extractor accepts (exit status
+// 1): said as "refused: " and why.
+class PackRefused : public std::runtime_error {
+ public:
+  explicit PackRefused(const std::string& what) : std::runtime_error(what) {}
 };
 
 // Set by --verbose of any command: show the library's lines and the lower

@@ -133,28 +133,23 @@ int RunPack(const Options& options) {
     style.entryTime = *time;
     SortByPackedName(files);
   }
-  try {
-    std::optional<pki::Identity> signer;
-    if (signing) signer = LoadCheckedSigner(options.signing);
-    if (!signing) CheckManifestOutput(options);
-    PackageOutput output(options.signing.out, options.signing.force);
-    ByteProgress progress(TotalSize(files), 2);
-    PackResult result =
-        BuildPackage(header, files, output.temporaryPath(), signer ? &*signer : nullptr, style,
-                     [&progress](size_t bytes) { progress.add(bytes); });
-    progress.finish();
-    if (signing) {
-      CheckAgainstTrust(output.temporaryPath(), options.signing.trust);
-    } else {
-      WriteManifestToSign(options.manifestToSign, result.manifestText);
-    }
-    output.commit();
-    ReportWritten(options, result);
-    return kExitSuccess;
-  } catch (const PackRefused& refused) {
-    fprintf(stderr, "%s pack: refused: %s\n", kToolName, refused.what());
-    return kExitFailure;
+  std::optional<pki::Identity> signer;
+  if (signing) signer = LoadCheckedSigner(options.signing);
+  if (!signing) CheckManifestOutput(options);
+  PackageOutput output(options.signing.out, options.signing.force);
+  ByteProgress progress(TotalSize(files), 2);
+  PackResult result =
+      BuildPackage(header, files, output.temporaryPath(), signer ? &*signer : nullptr, style,
+                   [&progress](size_t bytes) { progress.add(bytes); });
+  progress.finish();
+  if (signing) {
+    CheckAgainstTrust(output.temporaryPath(), options.signing.trust);
+  } else {
+    WriteManifestToSign(options.manifestToSign, result.manifestText);
   }
+  output.commit();
+  ReportWritten(options, result);
+  return kExitSuccess;
 }
 
 }  // namespace

@@ -5,11 +5,11 @@
 #include <regex>
 #include <set>
 
+#include "authoring/package/package_writer.h"
 #include "extract/entry_rules.h"
 #include "tools/cli/archive_scan.h"
 #include "tools/cli/options.h"
 #include "tools/cli/package_check.h"
-#include "tools/package/package_writer.h"
 
 namespace cli {
 

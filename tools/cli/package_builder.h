@@ -10,21 +10,15 @@
 #define TOOLS_CLI_PACKAGE_BUILDER_H_
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "tools/package/manifest_text.h"
-#include "tools/package/package_writer.h"
-#include "tools/pki/pki.h"
+#include "authoring/package/manifest_text.h"
+#include "authoring/package/package_writer.h"
+#include "authoring/pki/pki.h"
+#include "tools/cli/options.h"
 
 namespace cli {
-
-// The inputs cannot make a package that the extractor accepts.
-class PackRefused : public std::runtime_error {
- public:
-  explicit PackRefused(const std::string& what) : std::runtime_error(what) {}
-};
 
 // Header values from "Key=Value" texts, in order. Throws UsageError for a
 // text without '=', for a key that the manifest's reader would not see as

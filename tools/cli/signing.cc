@@ -1,15 +1,17 @@
 #include "tools/cli/signing.h"
 
+#include <cstdio>
 #include <filesystem>
 
+#include "authoring/package/package_writer.h"
 #include "tools/cli/archive_scan.h"
+#include "tools/cli/commands.h"
 #include "tools/cli/input_checks.h"
 #include "tools/cli/manifest_verify.h"
 #include "tools/cli/options.h"
 #include "tools/cli/package_builder.h"
 #include "tools/cli/package_output.h"
 #include "tools/cli/signature_check.h"
-#include "tools/package/package_writer.h"
 
 namespace cli {
 
@@ -74,7 +76,7 @@ void CheckAgainstTrust(const std::string& package, const std::string& trustFile)
 
 void WriteSignedCopy(const std::string& from, const char* replaced,
                      const std::vector<unsigned char>& der, const std::string& out, bool force,
-                     const std::string& trustFile) {
+                     const std::string& trustFile, const std::string& made) {
   PackageOutput output(out, force);
   ByteProgress progress(std::filesystem::file_size(from));
   package::CopyWithSignedManifest(from, output.temporaryPath(), replaced, der,
@@ -82,6 +84,8 @@ void WriteSignedCopy(const std::string& from, const char* replaced,
   progress.finish();
   CheckAgainstTrust(output.temporaryPath(), trustFile);
   output.commit();
+  printf("%s: wrote %s: %s (Version.der of %zu bytes)\n", kToolName, out.c_str(), made.c_str(),
+         der.size());
 }
 
 }  // namespace cli

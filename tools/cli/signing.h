@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/pki/pki.h"
+#include "authoring/pki/pki.h"
 
 namespace cli {
 
@@ -41,9 +41,10 @@ void CheckAgainstTrust(const std::string& package, const std::string& trustFile)
 // Writes `out` (kept unless `force`) as a copy of the package `from` whose
 // entry `replaced` becomes Version.der holding `der`, the other entries
 // unchanged; with a `trustFile`, only when the copy verifies against it.
+// Then says so on standard output, `made` telling what the copy is.
 void WriteSignedCopy(const std::string& from, const char* replaced,
                      const std::vector<unsigned char>& der, const std::string& out, bool force,
-                     const std::string& trustFile);
+                     const std::string& trustFile, const std::string& made);
 
 }  // namespace cli
 

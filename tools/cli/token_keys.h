@@ -13,7 +13,7 @@
 
 #include <string>
 
-#include "tools/pki/pki.h"
+#include "authoring/pki/pki.h"
 
 namespace cli {
 

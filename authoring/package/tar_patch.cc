@@ -6,7 +6,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "tools/package/package_writer.h"
+#include "authoring/package/package_writer.h"
 
 namespace package {
 

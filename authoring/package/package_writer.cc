@@ -1,4 +1,4 @@
-#include "tools/package/package_writer.h"
+#include "authoring/package/package_writer.h"
 
 #include <archive.h>
 #include <archive_entry.h>
@@ -11,22 +11,13 @@
 #include <stdexcept>
 #include <utility>
 
+#include "support/hex.h"
+
 namespace package {
 
 namespace {
 
 constexpr size_t kBlockSize = 65536;
-
-std::string Hex(const unsigned char* bytes, size_t length) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(length * 2);
-  for (size_t i = 0; i < length; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 0x0f];
-  }
-  return text;
-}
 
 class Sha256Stream {
  public:
@@ -45,7 +36,7 @@ class Sha256Stream {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned int length = 0;
     EVP_DigestFinal_ex(m_context, digest, &length);
-    return Hex(digest, length);
+    return ev::LowerHex(digest, length);
   }
 
  private:
@@ -183,10 +174,10 @@ uint64_t StoredSize(const Entry& entry, const EntryData& data) {
   return entry.declaredSize >= 0 ? static_cast<uint64_t>(entry.declaredSize) : data.size();
 }
 
-Entry Special(std::string name, EntryKind kind, std::string target = "") {
+Entry Special(std::string name, FileType type, std::string target = "") {
   Entry entry;
   entry.name = std::move(name);
-  entry.kind = kind;
+  entry.type = type;
   entry.linkTarget = std::move(target);
   return entry;
 }
@@ -206,37 +197,37 @@ WrittenEntry ArchiveWriter::write(const Entry& entry) {
   archive_entry_set_size(h, 0);
   std::unique_ptr<EntryData> data;
   uint64_t storedSize = 0;
-  switch (entry.kind) {
-    case EntryKind::kRegular:
+  switch (entry.type) {
+    case FileType::kRegular:
       archive_entry_set_filetype(h, AE_IFREG);
       data = std::make_unique<EntryData>(entry);
       storedSize = StoredSize(entry, *data);
       archive_entry_set_size(h, static_cast<la_int64_t>(storedSize));
       break;
-    case EntryKind::kDirectory:
+    case FileType::kDirectory:
       archive_entry_set_filetype(h, AE_IFDIR);
       archive_entry_set_perm(h, 0755);
       break;
-    case EntryKind::kSymlink:
+    case FileType::kSymlink:
       archive_entry_set_filetype(h, AE_IFLNK);
       archive_entry_set_perm(h, 0777);
       archive_entry_set_symlink(h, entry.linkTarget.c_str());
       break;
-    case EntryKind::kHardLink:
+    case FileType::kHardLink:
       archive_entry_set_filetype(h, AE_IFREG);
       archive_entry_set_hardlink(h, entry.linkTarget.c_str());
       break;
-    case EntryKind::kFifo:
+    case FileType::kFifo:
       archive_entry_set_filetype(h, AE_IFIFO);
       break;
-    case EntryKind::kCharDevice:
+    case FileType::kCharDevice:
       archive_entry_set_filetype(h, AE_IFCHR);
       archive_entry_set_rdevmajor(h, entry.devMajor);
       archive_entry_set_rdevminor(h, entry.devMinor);
       break;
   }
   check(archive_write_header(m_archive, h));
-  WrittenEntry written{entry.name, entry.kind, storedSize, ""};
+  WrittenEntry written{entry.name, entry.type, storedSize, ""};
   if (data) {
     written.sha256 = StreamData(*data, storedSize, [this](const unsigned char* block, size_t n) {
       if (archive_write_data(m_archive, block, n) != static_cast<la_ssize_t>(n))
@@ -322,16 +313,16 @@ Entry Entry::Generated(std::string name, uint64_t size, uint64_t seed, bool mixe
   return entry;
 }
 
-Entry Entry::Directory(std::string name) { return Special(std::move(name), EntryKind::kDirectory); }
+Entry Entry::Directory(std::string name) { return Special(std::move(name), FileType::kDirectory); }
 Entry Entry::Symlink(std::string name, std::string target) {
-  return Special(std::move(name), EntryKind::kSymlink, std::move(target));
+  return Special(std::move(name), FileType::kSymlink, std::move(target));
 }
 Entry Entry::HardLink(std::string name, std::string target) {
-  return Special(std::move(name), EntryKind::kHardLink, std::move(target));
+  return Special(std::move(name), FileType::kHardLink, std::move(target));
 }
-Entry Entry::Fifo(std::string name) { return Special(std::move(name), EntryKind::kFifo); }
+Entry Entry::Fifo(std::string name) { return Special(std::move(name), FileType::kFifo); }
 Entry Entry::CharDevice(std::string name, unsigned int major, unsigned int minor) {
-  Entry entry = Special(std::move(name), EntryKind::kCharDevice);
+  Entry entry = Special(std::move(name), FileType::kCharDevice);
   entry.devMajor = major;
   entry.devMinor = minor;
   return entry;

@@ -11,8 +11,8 @@
 // pki::Error with OpenSSL's error text. Key material exists only in memory
 // and in the files a caller asks for; nothing here is meant to be committed.
 // Functions may run on any thread; objects are not shared between threads.
-#ifndef TOOLS_PKI_PKI_H_
-#define TOOLS_PKI_PKI_H_
+#ifndef AUTHORING_PKI_PKI_H_
+#define AUTHORING_PKI_PKI_H_
 
 #include <openssl/evp.h>
 #include <openssl/x509.h>
@@ -95,9 +95,9 @@ std::vector<unsigned char> SignPkcs7Der(
     SignedAttributes attributes = SignedAttributes::kWithSigningTime);
 
 // PEM files. A certificate file may hold several certificates; keys are
-// written unencrypted (PKCS#8).
+// written as PKCS#8, unencrypted unless a pass phrase is given (AES-256).
 void WriteCertificatesPem(const std::string& path, const std::vector<X509*>& certs);
-void WriteKeyPem(const std::string& path, EVP_PKEY* key);
+void WriteKeyPem(const std::string& path, EVP_PKEY* key, const std::string& passPhrase = "");
 std::vector<Cert> ReadCertificatesPem(const std::string& path);
 Key ReadKeyPem(const std::string& path);
 // The first certificate of `certPath` with the key of `keyPath`; throws when
@@ -106,4 +106,4 @@ Identity LoadIdentity(const std::string& certPath, const std::string& keyPath);
 
 }  // namespace pki
 
-#endif  // TOOLS_PKI_PKI_H_
+#endif  // AUTHORING_PKI_PKI_H_

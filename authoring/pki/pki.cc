@@ -1,4 +1,4 @@
-#include "tools/pki/pki.h"
+#include "authoring/pki/pki.h"
 
 #include <openssl/bio.h>
 #include <openssl/ec.h>
@@ -213,9 +213,12 @@ void WriteCertificatesPem(const std::string& path, const std::vector<X509*>& cer
   }
 }
 
-void WriteKeyPem(const std::string& path, EVP_PKEY* key) {
+void WriteKeyPem(const std::string& path, EVP_PKEY* key, const std::string& passPhrase) {
   Bio file = OpenFile(path, "w");
-  Check(PEM_write_bio_PrivateKey(file.get(), key, nullptr, nullptr, 0, nullptr, nullptr) == 1,
+  const EVP_CIPHER* cipher = passPhrase.empty() ? nullptr : EVP_aes_256_cbc();
+  auto* phrase = reinterpret_cast<const unsigned char*>(passPhrase.data());
+  Check(PEM_write_bio_PrivateKey(file.get(), key, cipher, phrase,
+                                 static_cast<int>(passPhrase.size()), nullptr, nullptr) == 1,
         "cannot write the key to " + path);
 }
 

@@ -5,15 +5,15 @@
 // "File<n> Size=<bytes>". Lines end in "\n". The text is what the platform
 // configuration reader accepts (platform/hxconfig/HXConfigReader.h); it is
 // not signed here.
-#ifndef TOOLS_PACKAGE_MANIFEST_TEXT_H_
-#define TOOLS_PACKAGE_MANIFEST_TEXT_H_
+#ifndef AUTHORING_PACKAGE_MANIFEST_TEXT_H_
+#define AUTHORING_PACKAGE_MANIFEST_TEXT_H_
 
 #include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "tools/package/package_writer.h"
+#include "authoring/package/package_writer.h"
 
 namespace package {
 
@@ -33,4 +33,4 @@ std::vector<ManifestFile> ManifestFiles(const std::vector<WrittenEntry>& written
 
 }  // namespace package
 
-#endif  // TOOLS_PACKAGE_MANIFEST_TEXT_H_
+#endif  // AUTHORING_PACKAGE_MANIFEST_TEXT_H_

@@ -1,4 +1,4 @@
-#include "tools/package/manifest_text.h"
+#include "authoring/package/manifest_text.h"
 
 namespace package {
 
@@ -17,7 +17,7 @@ std::string ManifestText(const ManifestHeader& header, const std::vector<Manifes
 std::vector<ManifestFile> ManifestFiles(const std::vector<WrittenEntry>& written) {
   std::vector<ManifestFile> files;
   for (const WrittenEntry& entry : written) {
-    if (entry.kind == EntryKind::kRegular) files.push_back({entry.name, entry.sha256, entry.size});
+    if (entry.type == FileType::kRegular) files.push_back({entry.name, entry.sha256, entry.size});
   }
   return files;
 }

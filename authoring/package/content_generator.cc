@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tools/package/package_writer.h"
+#include "authoring/package/package_writer.h"
 
 namespace package {
 

@@ -15,8 +15,8 @@
 //
 // Failures of libarchive or of the file system throw std::runtime_error.
 // Everything here is usable from any thread on distinct objects.
-#ifndef TOOLS_PACKAGE_PACKAGE_WRITER_H_
-#define TOOLS_PACKAGE_PACKAGE_WRITER_H_
+#ifndef AUTHORING_PACKAGE_PACKAGE_WRITER_H_
+#define AUTHORING_PACKAGE_PACKAGE_WRITER_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -26,7 +26,10 @@
 
 namespace package {
 
-enum class EntryKind { kRegular, kDirectory, kSymlink, kHardLink, kFifo, kCharDevice };
+// What an entry is, as its tar header says (a hard link is stored as a
+// regular entry that names its target). How the extractor treats an entry
+// is another matter: see EntryKind in extract/entry_rules.h.
+enum class FileType { kRegular, kDirectory, kSymlink, kHardLink, kFifo, kCharDevice };
 
 // `size` bytes that depend only on the seed and on their position, produced
 // piece by piece. With `mixed`, runs of kRunLength pseudo-random bytes
@@ -59,7 +62,7 @@ struct Entry {
   enum class Source { kText, kDiskFile, kGenerated };
 
   std::string name;
-  EntryKind kind = EntryKind::kRegular;
+  FileType type = FileType::kRegular;
   std::string linkTarget;                   // symbolic and hard links
   unsigned int devMajor = 0, devMinor = 0;  // character devices
 
@@ -86,7 +89,7 @@ struct Entry {
 // What the archive holds for one entry.
 struct WrittenEntry {
   std::string name;
-  EntryKind kind;
+  FileType type;
   uint64_t size;       // data bytes stored (the declared size, when given)
   std::string sha256;  // lower-case hex of the stored data; empty unless regular
 };
@@ -151,4 +154,4 @@ std::string Sha256Hex(const std::string& data);
 
 }  // namespace package
 
-#endif  // TOOLS_PACKAGE_PACKAGE_WRITER_H_
+#endif  // AUTHORING_PACKAGE_PACKAGE_WRITER_H_
