@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -67,19 +68,14 @@ RunResult Limited(int resource, uint64_t value, const std::function<RunResult()>
 // the time it took. The reader's line that comes at any point of the extract
 // thread's output goes, lest it split another line.
 std::vector<std::string> Lines(const RunResult& run) {
-  std::vector<std::string> lines = run.logs;
-  std::string output = run.output;
-  const std::string join = "Wait extractTid thread to join\n";
-  output.erase(output.find(join), join.size());
-  std::istringstream printed(output);
-  for (std::string line; std::getline(printed, line);) lines.push_back("printed:" + line);
-  lines.erase(std::remove_if(lines.begin(), lines.end(),
-                             [](const std::string& line) {
-                               return line.find("Total Consumed Time") != std::string::npos;
-                             }),
-              lines.end());
-  std::sort(lines.begin(), lines.end());
-  return lines;
+  std::string text = run.output;
+  text.erase(text.find("Wait extractTid thread to join\n"), 31);
+  for (const std::string& line : run.logs) text += "logged:" + line + "\n";
+  std::istringstream lines(std::regex_replace(text, std::regex("Time = [0-9.]+"), ""));
+  std::vector<std::string> sorted;
+  for (std::string line; std::getline(lines, line);) sorted.push_back(line);
+  std::sort(sorted.begin(), sorted.end());
+  return sorted;
 }
 #endif
 
@@ -453,7 +449,8 @@ TEST_F(RunTest, FileLargerThanFourGiBIsWrittenWholeAndVerified) {
   const std::string digest = package::EntrySha256(image);
   m_manifestText = package::ManifestText({{"Version Number", "4.0"}}, {{image.name, digest, size}});
   m_expected = {{image.name, digest}};
-  package::WritePackage(m_package, {Entry::File("Version.der", m_signer.Sign(m_manifestText)), image});
+  package::WritePackage(m_package,
+                        {Entry::File("Version.der", m_signer.Sign(m_manifestText)), image});
   RunOptions patient;
   patient.bound = std::chrono::seconds(3000);
   RunResult run = Run(m_package, patient);
