@@ -100,8 +100,7 @@ RunTest::~RunTest() { unlink(kErrorReportPath); }
 testsupport::BuiltPackage RunTest::Build(std::vector<package::Entry> entries,
                                          const testsupport::PackageOptions& options) {
   m_expected = testsupport::ManifestDigests(entries, options);
-  auto built = testsupport::BuildSignedPackage(m_signer, m_dir.file("package.tar.gz"),
-                                               std::move(entries), options);
+  auto built = testsupport::BuildSignedPackage(m_signer, m_package, std::move(entries), options);
   m_manifestText = built.manifestText;
   return built;
 }

@@ -61,8 +61,9 @@ struct RunOptions {
   std::chrono::seconds bound{60};
 };
 
+// The members are public: the case tables of the suites reach them.
 class RunTest : public ::testing::Test {
- protected:
+ public:
   RunTest();
   ~RunTest() override;
 
@@ -75,6 +76,7 @@ class RunTest : public ::testing::Test {
 
   testsupport::ErrorReportLock m_reportLock;  // first: held until the end
   testsupport::TempDir m_dir;
+  std::string m_package = m_dir.file("package.tar.gz");  // where Build writes
   std::string m_dest = m_dir.file("out");
   std::string m_sentinel = m_dir.file("sentinel");
   testsupport::TestSigner m_signer{m_dir.file("ca.pem")};

@@ -90,7 +90,10 @@ TEST_F(ToolTest, InterruptedExtractionExitsWith130) {
   package::WritePackage(Path("big.tar.gz"),
                         {package::Entry::File("Version.der", der),
                          package::Entry::Generated("big.bin", uint64_t{64} << 20, 5, true)});
-  auto writing = [&] { return ReadFile(Path("tool.out")).find("big.bin") != std::string::npos; };
+  auto writing = [&] {  // the tool may not have made its output yet
+    return FileExists(Path("tool.out")) &&
+           ReadFile(Path("tool.out")).find("big.bin") != std::string::npos;
+  };
   auto interrupt = [&](pid_t pid) {
     for (int i = 0; i < 10000 && !writing(); ++i) usleep(1000);
     kill(pid, SIGINT);

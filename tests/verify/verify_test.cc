@@ -10,7 +10,10 @@
 #include <unistd.h>
 
 #include <climits>
+#include <iterator>
+#include <optional>
 #include <regex>
+#include <sstream>
 #include <stdexcept>
 
 #include "status/kalu_status.h"
@@ -68,7 +71,7 @@ struct Case {
   bool unsign;  // EV_Unsign_using_date, else openSSL_VerifyBasedOnDate
   unsigned int status;
   std::string trust;
-  const Der* der;
+  std::optional<Der> der;
   std::string printed;
   std::string logged;
   std::string path = "";  // the output (unsigning) or DER path, when not the default
@@ -93,14 +96,14 @@ class VerifyTest : public testing::Test {
   void Expect(const Case& c) {
     SCOPED_TRACE(c.name);
     testsupport::RemoveTree(manifest);
-    Der buffer = c.der != nullptr ? *c.der : Der();
-    if (c.unsign && c.der != nullptr) buffer.resize(4096, 0xA5);
+    Der buffer = c.der.value_or(Der());
+    if (c.unsign && c.der) buffer.resize(4096, 0xA5);
     const char* function = c.unsign ? "EV_Unsign_using_date" : "openSSL_VerifyBasedOnDate";
     const std::string path = !c.path.empty() ? c.path : c.unsign ? manifest : der;
     testsupport::LogCapture log;
     testsupport::OutputCapture out;
     auto call = c.unsign ? EV_Unsign_using_date : openSSL_VerifyBasedOnDate;
-    EXPECT_EQ(call(path.c_str(), c.trust.c_str(), c.der != nullptr ? buffer.data() : nullptr,
+    EXPECT_EQ(call(path.c_str(), c.trust.c_str(), c.der ? buffer.data() : nullptr,
                    static_cast<int>(buffer.size())),
               c.status);
     const std::string printed = out.Finish();
@@ -185,8 +188,38 @@ TEST_F(HostOpenSsl, ConfigurationLoadedBeforeARunChangesNoVerdict) {
 // one carried certificate with a signing usage; the certificate file must
 // hold the rest of the chain, any of its certificates may anchor it. The
 // built-in-time check verifies at that time, builds the chain from the
-// certificate file alone and writes the manifest beside the DER file.
-TEST_F(VerifyTest, ChecksPrintAndLogTheirVerdict) {
+// certificate file alone and writes the manifest beside the DER file. Each
+// case is a test of its own, named "unsign_..." or "dated_...".
+class Verdict : public VerifyTest, public ::testing::WithParamInterface<std::string> {
+ protected:
+  std::vector<Case> Cases();
+};
+
+std::string NameOf(const Case& c) { return std::string(c.unsign ? "unsign_" : "dated_") + c.name; }
+
+TEST_P(Verdict, IsPrintedAndLogged) {
+  for (const Case& c : Cases()) {
+    if (NameOf(c) == GetParam()) return Expect(c);
+  }
+  FAIL() << "no case " << GetParam();
+}
+
+std::vector<std::string> VerdictNames() {
+  std::istringstream names(
+      "unsign_expired_signer unsign_late_signer unsign_intermediate_anchor unsign_root_alone "
+      "unsign_stranger unsign_starts_after unsign_server_usage unsign_enveloped unsign_revoked "
+      "unsign_other_revoked unsign_two_carried unsign_none_carried unsign_no_buffer "
+      "unsign_garbage unsign_missing_trust unsign_plain_data unsign_unwritable "
+      "dated_expired_signer dated_intermediate_anchor dated_carried_certificates "
+      "dated_after_built_in_time dated_server_usage dated_tampered dated_revoked "
+      "dated_other_revoked dated_no_buffer dated_garbage dated_not_PEM dated_unwritable");
+  return {std::istream_iterator<std::string>(names), std::istream_iterator<std::string>()};
+}
+
+INSTANTIATE_TEST_SUITE_P(BothChecks, Verdict, ::testing::ValuesIn(VerdictNames()),
+                         [](const auto& info) { return info.param; });
+
+std::vector<Case> Verdict::Cases() {
   Chain late(pki::UtcTime(2016, 6, 1)), stranger, startsAfter(kBuiltInTime, kBuiltInTime + 1);
   Chain server;  // its signer re-issued for server authentication
   testsupport::SetExtendedKeyUsage(server.signer.cert.get(), "serverAuth",
@@ -231,60 +264,55 @@ TEST_F(VerifyTest, ChecksPrintAndLogTheirVerdict) {
   pki::AppendCrlPem(otherRevoked, chain.root, {{chain.signer.cert.get(), issued}}, issued);
   const std::string revokedLine = L("Signer certificate is revoked by a CRL in " + revokedTrust);
   const Case cases[] = {
-      {"expired signer", true, KALU_NO_ERR, trust, &good, ok, "23:-"},
-      {"late signer", true, KALU_NO_ERR, lateTrust, &lateDer,
+      {"expired_signer", true, KALU_NO_ERR, trust, good, ok, "23:-"},
+      {"late_signer", true, KALU_NO_ERR, lateTrust, lateDer,
        del + L("Time [@ DER] in GMT: Sun Jun  1 00:00:00 2016\n"), "23:-"},
-      {"intermediate anchor", true, KALU_NO_ERR, middle, &good, ok, "23:-"},
-      {"root alone", true, SIGN_ERR01, root, &good, failed, failedLog},
-      {"stranger", true, SIGN_ERR01, Trust(stranger), &good, failed, failedLog},
-      {"starts after", true, SIGN_ERR01, Trust(startsAfter), &afterDer, failed, failedLog},
-      {"server usage", true, SIGN_ERR01, serverTrust, &serverDer, failed, failedLog},
-      {"enveloped", true, SIGN_ERR01, trust, &enveloped, failed, failedLog},
-      {"revoked", true, SIGN_ERR01, revokedTrust, &good, failed + revokedLine + "\n", failedLog},
-      {"other revoked", true, KALU_NO_ERR, otherRevoked, &good, ok, "23:-"},
-      {"two carried", true, SIGN_ERR01, trust, &two, del + L(one + "\n"), L("23:" + one)},
-      {"none carried", true, SIGN_ERR01, trust, &none, del + L(one + "\n"), L("23:" + one)},
-      {"no buffer", true, SIGN_ERR01, trust, nullptr, del + "Version Der Buffer is NULL\n",
+      {"intermediate_anchor", true, KALU_NO_ERR, middle, good, ok, "23:-"},
+      {"root_alone", true, SIGN_ERR01, root, good, failed, failedLog},
+      {"stranger", true, SIGN_ERR01, Trust(stranger), good, failed, failedLog},
+      {"starts_after", true, SIGN_ERR01, Trust(startsAfter), afterDer, failed, failedLog},
+      {"server_usage", true, SIGN_ERR01, serverTrust, serverDer, failed, failedLog},
+      {"enveloped", true, SIGN_ERR01, trust, enveloped, failed, failedLog},
+      {"revoked", true, SIGN_ERR01, revokedTrust, good, failed + revokedLine + "\n", failedLog},
+      {"other_revoked", true, KALU_NO_ERR, otherRevoked, good, ok, "23:-"},
+      {"two_carried", true, SIGN_ERR01, trust, two, del + L(one + "\n"), L("23:" + one)},
+      {"none_carried", true, SIGN_ERR01, trust, none, del + L(one + "\n"), L("23:" + one)},
+      {"no_buffer", true, SIGN_ERR01, trust, std::nullopt, del + "Version Der Buffer is NULL\n",
        "23:Version Der Buffer is NULL"},
-      {"garbage", true, SIGN_ERR01, trust, &garbage,
+      {"garbage", true, SIGN_ERR01, trust, garbage,
        del + "failed to create PKCS7 structure from given DER Buffer\n",
        "31:failed to create PKCS7 structure from given DER Buffer"},
-      {"missing trust", true, SIGN_ERR01, missing, &good,
+      {"missing_trust", true, SIGN_ERR01, missing, good,
        del + L("Error loading file " + missing + "\nFailed to create X509_STORE!\n"),
        L("31:Failed to create X509_STORE!")},
-      {"plain data", true, SIGN_ERR01, trust, &plain,
+      {"plain_data", true, SIGN_ERR01, trust, plain,
        del + L("Value of l_p7type = 21\n" + one + "\n"), "23:Value of l_p7type = 21"},
-      {"unwritable", true, KALU_NO_ERR, trust, &good,
+      {"unwritable", true, KALU_NO_ERR, trust, good,
        L("Failed Del: " + absent + " / 2" + kTimeText + "Failed to create output file:" + absent +
          "\n "),
        L("31:Failed to create output file:" + absent + " "), absent},
-      {"expired signer", false, KALU_NO_ERR, trust, &good, rm, "23:-"},
-      {"intermediate anchor", false, KALU_NO_ERR, middle, &two, rm, "23:-"},
-      {"carried certificates", false, SIGN_ERR01, root, &two, refused(root),
+      {"expired_signer", false, KALU_NO_ERR, trust, good, rm, "23:-"},
+      {"intermediate_anchor", false, KALU_NO_ERR, middle, two, rm, "23:-"},
+      {"carried_certificates", false, SIGN_ERR01, root, two, refused(root),
        L("23:Verification failed on given DerFile:" + der + ", CertFile:" + root)},
-      {"after built-in time", false, SIGN_ERR01, lateTrust, &lateDer, refused(lateTrust), ".*"},
-      {"server usage", false, SIGN_ERR01, serverTrust, &serverDer, refused(serverTrust), ".*"},
-      {"tampered", false, SIGN_ERR01, trust, &tampered, refused(trust), ".*"},
-      {"revoked", false, SIGN_ERR01, revokedTrust, &good,
-       refused(revokedTrust) + revokedLine + "\n", ".*"},
-      {"other revoked", false, KALU_NO_ERR, otherRevoked, &good, rm, "23:-"},
-      {"no buffer", false, SIGN_ERR01, trust, nullptr, rm + "ERR: File open failed\n",
+      {"after_built_in_time", false, SIGN_ERR01, lateTrust, lateDer, refused(lateTrust), ".*"},
+      {"server_usage", false, SIGN_ERR01, serverTrust, serverDer, refused(serverTrust), ".*"},
+      {"tampered", false, SIGN_ERR01, trust, tampered, refused(trust), ".*"},
+      {"revoked", false, SIGN_ERR01, revokedTrust, good, refused(revokedTrust) + revokedLine + "\n",
+       ".*"},
+      {"other_revoked", false, KALU_NO_ERR, otherRevoked, good, rm, "23:-"},
+      {"no_buffer", false, SIGN_ERR01, trust, std::nullopt, rm + "ERR: File open failed\n",
        "31:ERR: File open failed"},
-      {"garbage", false, SIGN_ERR01, trust, &garbage, rm + "ERR: Extracing PKCS7 failed\n",
+      {"garbage", false, SIGN_ERR01, trust, garbage, rm + "ERR: Extracing PKCS7 failed\n",
        "31:ERR: Extracing PKCS7 failed"},
-      {"not PEM", false, SIGN_ERR01, notPem, &good,
+      {"not_PEM", false, SIGN_ERR01, notPem, good,
        rm + L("Error loading file " + notPem + "\nERR: Failed to create store!"),
        L("31:ERR: Failed to create store!")},
-      {"unwritable", false, KALU_NO_ERR, trust, &good,
+      {"unwritable", false, KALU_NO_ERR, trust, good,
        L("Remove Failed -" + absent + " / Err: 2ERR: Failed to create output file!\n"),
        L("31:ERR: Failed to create output file!"), dir.file("absent/Version.der")},
   };
-  for (const Case& c : cases) Expect(c);
-  testsupport::LogCapture log;
-  testsupport::OutputCapture out;
-  EV_Unsign_using_date(manifest.c_str(), revokedTrust.c_str(), good.data(), int(good.size()));
-  EXPECT_TRUE(std::regex_match(log.Lines("EV_Unsign_using_date").at(3),
-                               std::regex("31:EV_Unsign_using_date:" + revokedLine)));
+  return std::vector<Case>(std::begin(cases), std::end(cases));
 }
 
 // Both delete a stale output first, even when the check then fails; the
