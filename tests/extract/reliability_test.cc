@@ -135,8 +135,7 @@ std::vector<GzipDamage> GzipDamages(const std::string& tar) {
     return bytes;
   };
   const std::string unrecognized = "(Unrecognized archive format)\n";
-  damages.push_back({"magic", header(1, '\x8c'), PKG_ERR03, unrecognized});
-  damages.push_back({"method", header(2, 7), PKG_ERR03, unrecognized});
+  damages.push_back({"magic or method", header(2, 7), PKG_ERR03, unrecognized});
   damages.push_back({"reserved flag", header(3, 0x20), PKG_ERR03, unrecognized});
   for (char flag : {2, 4, 8, 16}) damages.push_back({"flag", header(3, flag), PKG_ERR03});
   damages.push_back({"garbage after", one + package::GenerateContent(100, 7), KALU_NO_ERR});
@@ -259,13 +258,12 @@ TEST_P(FailingReads, FailTheRunUnlessPastTheEnd) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Budgets, FailingReads,
-                         ::testing::Values(ReadBudget{"none", 0, 0}, ReadBudget{"one_byte", 0, 1},
-                                           ReadBudget{"one_read", 0, 32768},
-                                           ReadBudget{"half", 0.5, 0},
-                                           ReadBudget{"all_but_64_KiB", 1, -(64 << 10)},
-                                           ReadBudget{"all_but_one_byte", 1, -1},
-                                           ReadBudget{"past_the_end", 1, 64 << 10}),
+// clang-format off
+const ReadBudget kBudgets[] = {
+    {"none", 0, 0}, {"one_byte", 0, 1}, {"one_read", 0, 32768}, {"half", 0.5, 0},
+    {"all_but_64_KiB", 1, -(64 << 10)}, {"all_but_one_byte", 1, -1}, {"past_the_end", 1, 64 << 10}};
+// clang-format on
+INSTANTIATE_TEST_SUITE_P(Budgets, FailingReads, ::testing::ValuesIn(kBudgets),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // A few hundred bytes whose GNU sparse entry inflates to 1 TiB of zeros:

@@ -150,10 +150,6 @@ class HostOpenSsl : public ::testing::Test {
                                providers + "\n[on]\nactivate = 1\n");
     setenv("OPENSSL_CONF", m_dir.file("host.cnf").c_str(), 1);
   }
-  // The host starts OpenSSL, which loads that configuration.
-  static void HostStartsOpenSsl() {
-    ASSERT_EQ(OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr), 1);
-  }
   unsigned int Unsign(std::string der) {
     testsupport::OutputCapture quiet;
     return EV_Unsign_using_date(m_dir.file("Version.inf").c_str(), m_dir.file("trust.pem").c_str(),
@@ -166,14 +162,14 @@ class HostOpenSsl : public ::testing::Test {
 TEST_F(HostOpenSsl, ConfigurationOfAHostStartingAfterARunIsApplied) {
   HostConfigures("default = on\nbase = on");
   EXPECT_EQ(Unsign(ReadFile(m_dir.file("Version.der"))), KALU_NO_ERR);
-  HostStartsOpenSsl();
+  ASSERT_EQ(OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr), 1);  // the host starts OpenSSL
   EXPECT_TRUE(OSSL_PROVIDER_available(nullptr, "base"));
 }
 
 // A default context left with the null provider alone has no algorithms.
 TEST_F(HostOpenSsl, ConfigurationLoadedBeforeARunChangesNoVerdict) {
   HostConfigures("null = on");
-  HostStartsOpenSsl();
+  ASSERT_EQ(OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr), 1);  // the host starts OpenSSL
   ASSERT_EQ(EVP_MD_fetch(nullptr, "SHA256", nullptr), nullptr);
   std::string der = ReadFile(m_dir.file("Version.der"));
   EXPECT_EQ(Unsign(der), KALU_NO_ERR);
@@ -195,11 +191,9 @@ class Verdict : public VerifyTest, public ::testing::WithParamInterface<std::str
   std::vector<Case> Cases();
 };
 
-std::string NameOf(const Case& c) { return std::string(c.unsign ? "unsign_" : "dated_") + c.name; }
-
 TEST_P(Verdict, IsPrintedAndLogged) {
   for (const Case& c : Cases()) {
-    if (NameOf(c) == GetParam()) return Expect(c);
+    if ((c.unsign ? "unsign_" : "dated_") + std::string(c.name) == GetParam()) return Expect(c);
   }
   FAIL() << "no case " << GetParam();
 }
