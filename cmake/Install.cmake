@@ -3,11 +3,11 @@
 #   lib/      libextract_verify.so (with its soname) and the platform
 #             stand-ins libhxlog.so and libHX_ConfigParser.so
 #   include/extract_verify/
-#             extract_verify.h and every project header it includes, by
-#             their paths from the project root (status/kalu_status.h ...),
-#             plus the stand-ins' headers under platform/. Installed copies
-#             include each other as "extract_verify/<path>", so a client
-#             needs only -I<prefix>/include and writes
+#             the interface: extract_verify.h and the headers it includes
+#             (status.h, extraction.h, manifest.h, verify.h, hash.h,
+#             buffers.h, resources.h, export.h, thread_annotations.h),
+#             copied from include/ as they are. A client needs only
+#             -I<prefix>/include and OpenSSL's headers, and writes
 #             #include <extract_verify/extract_verify.h>
 #   include/extract_verify.h
 #             forwards there, for clients that include the bare name
@@ -31,57 +31,11 @@ include(CMakePackageConfigHelpers)
 
 set(ev_install_includedir ${CMAKE_INSTALL_INCLUDEDIR}/extract_verify)
 
-# The project headers that `header` includes ("dir/name.h"), directly or
-# through each other, appended to the list named by `out`.
-function(ev_collect_headers header out)
-  set(found ${${out}})
-  set(pending ${header})
-  while(pending)
-    list(POP_FRONT pending current)
-    if(current IN_LIST found)
-      continue()
-    endif()
-    list(APPEND found ${current})
-    if(EXISTS ${PROJECT_SOURCE_DIR}/${current})
-      set(path ${PROJECT_SOURCE_DIR}/${current})
-    else()
-      set(path ${PROJECT_SOURCE_DIR}/include/${current})
-    endif()
-    set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${path})
-    file(STRINGS ${path} lines REGEX "^#include \"")
-    list(TRANSFORM lines REPLACE "^#include \"([^\"]+)\".*" "\\1")
-    list(APPEND pending ${lines})
-  endwhile()
-  set(${out} ${found} PARENT_SCOPE)
-endfunction()
-
-# Writes the installed copy of the header at `path`, whose project includes
-# get the "extract_verify/" prefix.
-function(ev_stage_header path staged)
-  file(READ ${path} content)
-  string(REGEX REPLACE "(^|\n)#include \"" "\\1#include \"extract_verify/" content "${content}")
-  file(WRITE ${staged} "${content}")
-endfunction()
-
-set(ev_public_headers)
-ev_collect_headers(extract_verify.h ev_public_headers)
-ev_collect_headers(platform/hxlog/hxlog.h ev_public_headers)
-ev_collect_headers(platform/hxconfig/HXConfigReader.h ev_public_headers)
-foreach(header ${ev_public_headers})
-  if(EXISTS ${PROJECT_SOURCE_DIR}/${header})
-    set(path ${PROJECT_SOURCE_DIR}/${header})
-  else()
-    set(path ${PROJECT_SOURCE_DIR}/include/${header})
-  endif()
-  set(staged ${PROJECT_BINARY_DIR}/installed_headers/${header})
-  ev_stage_header(${path} ${staged})
-  get_filename_component(subdir ${header} DIRECTORY)
-  install(FILES ${staged} DESTINATION ${ev_install_includedir}/${subdir} COMPONENT dev)
-endforeach()
-file(WRITE ${PROJECT_BINARY_DIR}/installed_headers/forward/extract_verify.h
-  "// Kept for clients that include the library's header by its bare name.\n"
-  "#include \"extract_verify/extract_verify.h\"\n")
-install(FILES ${PROJECT_BINARY_DIR}/installed_headers/forward/extract_verify.h
+# The headers are installed as they stand: they include each other as
+# "extract_verify/<name>.h" and nothing of the project's beyond them.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/extract_verify
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev FILES_MATCHING PATTERN "*.h")
+install(FILES ${PROJECT_SOURCE_DIR}/include/extract_verify.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 
 set_target_properties(extract_verify PROPERTIES INSTALL_RPATH "$ORIGIN")
@@ -119,6 +73,10 @@ function(ev_install_library_files layout libdir lib_component dev_component)
   file(RELATIVE_PATH ev_pc_to_prefix /root/${libdir}/pkgconfig /root)
   string(REGEX REPLACE "/$" "" ev_pc_to_prefix "${ev_pc_to_prefix}")
   set(ev_pc_libdir ${libdir})
+  set(EV_PC_ISAL "")
+  if(EV_USE_ISAL)
+    set(EV_PC_ISAL " libisal")
+  endif()
   configure_file(${PROJECT_SOURCE_DIR}/cmake/extract_verify.pc.in
     ${generated}/extract_verify.pc @ONLY)
   install(FILES ${generated}/extract_verify.pc

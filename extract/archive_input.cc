@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "extract/read_buffer.h"
+#include "extract_verify/buffers.h"
 
 int OpenPackageArchive(archive* reader, ArchiveInput* input) {
   archive_read_support_format_tar(reader);

@@ -4,6 +4,7 @@
 
 #include "platform/clock.h"
 #include "platform/memory.h"
+#include "support/sync.h"
 
 namespace ev {
 

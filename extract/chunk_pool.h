@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "support/sync.h"
-#include "support/thread_annotations.h"
+#include "extract_verify/thread_annotations.h"
 
 namespace ev {
 
@@ -50,9 +50,9 @@ class ChunkPool {
  private:
   Mutex m_lock;
   Cond m_freedCond;  // the filler waits here
-  unsigned char* m_pages GUARDED_BY(m_lock) = nullptr;
-  std::vector<uint32_t> m_free GUARDED_BY(m_lock);  // chunk numbers, the last taken first
-  bool m_bFillerWaiting GUARDED_BY(m_lock) = false;
+  unsigned char* m_pages EV_GUARDED_BY(m_lock) = nullptr;
+  std::vector<uint32_t> m_free EV_GUARDED_BY(m_lock);  // chunk numbers, the last taken first
+  bool m_bFillerWaiting EV_GUARDED_BY(m_lock) = false;
 };
 
 }  // namespace ev

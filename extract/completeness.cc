@@ -1,10 +1,9 @@
-#include "extract/completeness.h"
+#include "extract_verify/extraction.h"
 
 #include <cstdio>
 #include <cstring>
 #include <string>
 
-#include "extract/run_state.h"
 #include "platform/log.h"
 
 namespace {

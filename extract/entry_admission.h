@@ -20,7 +20,7 @@
 #include <string>
 
 #include "extract/entry_rules.h"
-#include "manifest/version_tpn.h"
+#include "extract_verify/manifest.h"
 
 // `manifest` is null until the run's manifest has been parsed; `manifestPath`
 // is empty until a verified Version.inf has been written.

@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <string>
 
-#include "status/kalu_status.h"
+#include "extract_verify/status.h"
 
 // The signed manifest is read in pieces of at most this many bytes, and each
 // piece is verified as one whole signed manifest.

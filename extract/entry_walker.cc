@@ -12,14 +12,13 @@
 #include "extract/entry_admission.h"
 #include "extract/entry_rules.h"
 #include "extract/file_threads.h"
-#include "extract/hash_write_buffer.h"
-#include "extract/read_buffer.h"
-#include "extract/run_state.h"
+#include "extract_verify/buffers.h"
+#include "extract_verify/extraction.h"
 #include "extract/run_stop.h"
-#include "manifest/version_tpn.h"
+#include "extract_verify/manifest.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
-#include "verify/unsign.h"
+#include "extract_verify/verify.h"
 
 namespace {
 

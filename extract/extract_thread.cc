@@ -7,12 +7,12 @@
 #include "extract/archive_input.h"
 #include "extract/entry_walker.h"
 #include "extract/file_threads.h"
-#include "extract/read_buffer.h"
+#include "extract_verify/buffers.h"
 #include "extract/run_stop.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
-#include "support/archive_handles.h"
+#include "extract_verify/resources.h"
 
 namespace {
 

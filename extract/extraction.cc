@@ -1,13 +1,11 @@
-#include "extract/extraction.h"
+#include "extract_verify/extraction.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "extract/entry_admission.h"
-#include "extract/hash_compare.h"
 #include "extract/run_state_internal.h"
-#include "extract/source_reader.h"
 #include "platform/clock.h"
 #include "platform/file_io.h"
 #include "platform/log.h"

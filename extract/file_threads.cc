@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "extract/chunk_pool.h"
-#include "extract/hash_write_buffer.h"
-#include "extract/run_state.h"
+#include "extract_verify/buffers.h"
+#include "extract_verify/extraction.h"
 #include "extract/run_state_internal.h"
 #include "extract/run_stop.h"
 #include "platform/file_io.h"

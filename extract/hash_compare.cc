@@ -1,10 +1,9 @@
-#include "extract/hash_compare.h"
+#include "extract_verify/extraction.h"
 
 #include <cstdio>
 #include <map>
 #include <string>
 
-#include "extract/run_state.h"
 #include "platform/log.h"
 
 _KALU_Error compareHashValues() {

@@ -1,4 +1,4 @@
-#include "extract/hash_write_buffer.h"
+#include "extract_verify/buffers.h"
 
 #include <cstring>
 #include <memory>
@@ -6,6 +6,7 @@
 #include "extract/chunk_pool.h"
 #include "extract/run_stop.h"
 #include "platform/file_io.h"
+#include "support/sync.h"
 
 namespace {
 

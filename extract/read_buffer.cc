@@ -1,8 +1,10 @@
-#include "extract/read_buffer.h"
+#include "extract_verify/buffers.h"
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
+
+#include "support/sync.h"
 
 namespace {
 

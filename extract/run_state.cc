@@ -1,7 +1,7 @@
-#include "extract/run_state.h"
+#include "extract_verify/extraction.h"
 
 #include "extract/run_state_internal.h"
-#include "extract_verify.h"
+#include "extract_verify/extract_verify.h"
 #include "platform/clock.h"
 
 std::string g_certificateFilePath;

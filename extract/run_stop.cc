@@ -3,7 +3,7 @@
 #include <atomic>
 #include <cstdio>
 
-#include "extract/run_state.h"
+#include "extract_verify/extraction.h"
 #include "platform/log.h"
 
 namespace run_stop {

@@ -13,7 +13,7 @@
 #ifndef EXTRACT_RUN_STOP_H_
 #define EXTRACT_RUN_STOP_H_
 
-#include "status/kalu_status.h"
+#include "extract_verify/status.h"
 
 namespace run_stop {
 

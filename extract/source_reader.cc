@@ -1,4 +1,4 @@
-#include "extract/source_reader.h"
+#include "extract_verify/extraction.h"
 
 #include <pthread.h>
 
@@ -9,14 +9,13 @@
 #include "extract/archive_input.h"
 #include "extract/extract_thread.h"
 #include "extract/package_reads.h"
-#include "extract/read_buffer.h"
-#include "extract/run_state.h"
+#include "extract_verify/buffers.h"
 #include "extract/run_state_internal.h"
 #include "extract/run_stop.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
-#include "support/file_handle.h"
+#include "extract_verify/resources.h"
 #if EV_HAVE_ISAL
 #include "extract/tar_inflater.h"
 #endif

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "extract/package_reads.h"
-#include "extract/read_buffer.h"
+#include "extract_verify/buffers.h"
 #include "extract/run_stop.h"
 
 namespace ev {

@@ -25,7 +25,7 @@
 #include <string>
 
 #include "extract/gzip_members.h"
-#include "status/kalu_status.h"
+#include "extract_verify/status.h"
 
 class ReadAndExtractBuffer;
 

@@ -10,11 +10,11 @@
 
 #include <vector>
 
-#include "extract/extraction.h"
+#include "extract_verify/extraction.h"
 #include "fuzz/harness.h"
-#include "manifest/version_tpn.h"
+#include "extract_verify/manifest.h"
 #include "platform/hxconfig/HXConfigReader.h"
-#include "verify/unsign.h"
+#include "extract_verify/verify.h"
 
 #define EV_TARGET_IS(name) (std::string(EV_FUZZ_TARGET) == name)
 

@@ -1,4 +1,4 @@
-#include "manifest/system_date.h"
+#include "extract_verify/manifest.h"
 
 #include <errno.h>
 #include <stdio.h>

@@ -1,4 +1,4 @@
-#include "manifest/version_tpn.h"
+#include "extract_verify/manifest.h"
 
 #include <stdio.h>
 

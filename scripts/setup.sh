@@ -8,7 +8,7 @@ packages=(
   libarchive-dev libssl-dev zlib1g-dev libbz2-dev libisal-dev
   libgtest-dev googletest
   libarchive-tools
-  lintian
+  lintian python3-clang
   libcli11-dev nlohmann-json3-dev
   openssl softhsm2 opensc libengine-pkcs11-openssl
 )
@@ -26,6 +26,8 @@ if [ ${#missing[@]} -gt 0 ]; then
   sudo=""
   [ "$(id -u)" = 0 ] || sudo="sudo"
   echo "setup: installing ${missing[*]}"
-  $sudo apt-get update -qq
+  # A mirror caught mid-sync fails one index; the lists kept from before
+  # usually still hold the packages, so the install is tried regardless.
+  $sudo apt-get update -qq || echo "setup: apt-get update failed; using the package lists as they are"
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi

@@ -1,4 +1,4 @@
-#include "status/kalu_status.h"
+#include "extract_verify/status.h"
 
 #include <cstring>
 #include <new>

@@ -1,4 +1,4 @@
-#include "support/archive_handles.h"
+#include "extract_verify/resources.h"
 
 #include <archive.h>
 

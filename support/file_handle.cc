@@ -1,4 +1,4 @@
-#include "support/file_handle.h"
+#include "extract_verify/resources.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -4,7 +4,7 @@
 // neither needs nor touches any OpenSSL library context.
 #define OPENSSL_SUPPRESS_DEPRECATED
 
-#include "support/hash.h"
+#include "extract_verify/hash.h"
 
 #include <cstring>
 

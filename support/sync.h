@@ -1,55 +1,20 @@
-// Scoped owners of a POSIX mutex and condition variable, and a scoped hold
-// of such a mutex.
-//
-// The constructors throw std::runtime_error when the object cannot be
-// initialised (after printing and logging why); the destructors report a
-// failed destroy and never throw. The owner must outlive every thread that
-// uses the object. The conversions hand the underlying object to the
-// pthread calls (on the target both are the platform's _sync object).
+// A scoped hold of the library's Mutex (extract_verify/resources.h), with the
+// waits and signals of a condition paired with it. Internal: clients lock
+// nothing of the library's. Any thread; one hold per object.
 #ifndef SUPPORT_SYNC_H_
 #define SUPPORT_SYNC_H_
 
 #include <pthread.h>
 
-#include "extract_verify_export.h"
-#include "support/thread_annotations.h"
-
-class EV_EXPORT CAPABILITY("mutex") Mutex {
- public:
-  Mutex();
-  ~Mutex();
-  Mutex(const Mutex&) = delete;
-  Mutex& operator=(const Mutex&) = delete;
-
-  operator pthread_mutex_t*() { return &m_mutex; }
-
-  // The analysis cannot see into the pthread calls; these tell it.
-  void lock() ACQUIRE() NO_THREAD_SAFETY_ANALYSIS { pthread_mutex_lock(&m_mutex); }
-  void unlock() RELEASE() NO_THREAD_SAFETY_ANALYSIS { pthread_mutex_unlock(&m_mutex); }
-
- private:
-  pthread_mutex_t m_mutex;
-};
-
-class EV_EXPORT Cond {
- public:
-  Cond();
-  ~Cond();
-  Cond(const Cond&) = delete;
-  Cond& operator=(const Cond&) = delete;
-
-  operator pthread_cond_t*() { return &m_cond; }
-
- private:
-  pthread_cond_t m_cond;
-};
+#include "extract_verify/resources.h"
+#include "extract_verify/thread_annotations.h"
 
 // Holds a Mutex for the lifetime of the object, the one way the library
 // takes a lock. wait and signal act on a condition paired with that mutex.
-class SCOPED_CAPABILITY MutexLock {
+class EV_SCOPED_CAPABILITY MutexLock {
  public:
-  explicit MutexLock(Mutex& mutex) ACQUIRE(mutex) : m_mutex(mutex) { m_mutex.lock(); }
-  ~MutexLock() RELEASE() { m_mutex.unlock(); }
+  explicit MutexLock(Mutex& mutex) EV_ACQUIRE(mutex) : m_mutex(mutex) { m_mutex.lock(); }
+  ~MutexLock() EV_RELEASE() { m_mutex.unlock(); }
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 

@@ -1,4 +1,4 @@
-#include "verify/cert_store.h"
+#include "extract_verify/verify.h"
 
 #include <openssl/bio.h>
 #include <openssl/err.h>

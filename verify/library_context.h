@@ -10,7 +10,7 @@
 // store, FIPS or TLS, before or after a run): the library neither loads a
 // configuration into it nor keeps the host from loading one, and what the
 // host configures there does not change the library's verdicts. Hashing
-// (support/hash.h) uses no provider at all.
+// (Sha256, extract_verify/hash.h) uses no provider at all.
 //
 // Made on first use and kept for the life of the process. Any thread.
 #ifndef VERIFY_LIBRARY_CONTEXT_H_

@@ -8,8 +8,8 @@
 
 #include "platform/file_io.h"
 #include "platform/log.h"
-#include "status/kalu_status.h"
-#include "verify/cert_store.h"
+#include "extract_verify/status.h"
+#include "extract_verify/verify.h"
 #include "verify/library_context.h"
 #include "verify/revocation.h"
 #include "verify/verify_common.h"

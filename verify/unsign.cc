@@ -1,4 +1,4 @@
-#include "verify/unsign.h"
+#include "extract_verify/verify.h"
 
 #include <openssl/asn1.h>
 #include <openssl/err.h>

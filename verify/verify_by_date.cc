@@ -1,4 +1,4 @@
-#include "verify/verify_by_date.h"
+#include "extract_verify/verify.h"
 
 #include <openssl/pkcs7.h>
 

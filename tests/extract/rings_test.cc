@@ -6,9 +6,8 @@
 
 #include <future>
 
-#include "extract/hash_write_buffer.h"
-#include "extract/read_buffer.h"
-#include "extract/run_state.h"
+#include "extract_verify/buffers.h"
+#include "extract_verify/extraction.h"
 #include "tests/testsupport/temp_dir.h"
 
 namespace {

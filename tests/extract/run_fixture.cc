@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "extract/read_buffer.h"
+#include "extract_verify/buffers.h"
 #include "extract/run_state_internal.h"
 #include "tests/testsupport/capture.h"
 

@@ -29,7 +29,7 @@
 #include <string>
 #include <vector>
 
-#include "extract_verify.h"
+#include "extract_verify/extract_verify.h"
 #include "tests/testsupport/report_lock.h"
 #include "tests/testsupport/signed_package.h"
 #include "tests/testsupport/temp_dir.h"

@@ -9,7 +9,7 @@
 
 #include <cerrno>
 
-#include "extract/completeness.h"
+#include "extract_verify/extraction.h"
 #include "tests/extract/run_fixture.h"
 #include "tests/testsupport/capture.h"
 

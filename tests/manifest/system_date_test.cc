@@ -1,6 +1,6 @@
 // The system date query: today's date as the date command prints it, its
 // whole output whatever it is, and nothing when the command cannot run.
-#include "manifest/system_date.h"
+#include "extract_verify/manifest.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

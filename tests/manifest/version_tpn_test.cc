@@ -1,7 +1,7 @@
 // The manifest parser: header and file list, the end-of-list rule, sizes,
 // the image index and what a failure keeps. The texts of a parse are checked
 // by the runs.
-#include "manifest/version_tpn.h"
+#include "extract_verify/manifest.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The status names: every named value spelled exactly, the unnamed and
 // out-of-range values, and a table that cannot be allocated.
-#include "status/kalu_status.h"
+#include "extract_verify/status.h"
 
 #include <gtest/gtest.h>
 

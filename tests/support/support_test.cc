@@ -11,9 +11,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "support/archive_handles.h"
-#include "support/file_handle.h"
-#include "support/hash.h"
+#include "extract_verify/resources.h"
+#include "extract_verify/hash.h"
 #include "support/sync.h"
 #include "testing/seams.h"
 #include "tests/testsupport/capture.h"

@@ -34,7 +34,7 @@ expect() {  # expect PACKAGE PATH...: each path is in the package
 }
 expect "$lib" "$libdir/libextract_verify.so.1" "$libdir/libhxlog.so" "$libdir/libHX_ConfigParser.so"
 expect "$dev" "$libdir/libextract_verify.so" include/extract_verify.h \
-  include/extract_verify/extract_verify.h include/extract_verify/status/kalu_status.h \
+  include/extract_verify/extract_verify.h include/extract_verify/status.h \
   "$libdir/pkgconfig/extract_verify.pc" "$libdir/cmake/extract_verify/extract_verifyConfig.cmake"
 expect "$tool" bin/extract-verify share/man/man1/extract-verify.1.gz
 

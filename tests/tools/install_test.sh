@@ -26,12 +26,14 @@ cmake --install "$build" --prefix "$prefix" > "$work/install.log"
 
 for file in bin/extract-verify lib/libextract_verify.so lib/libhxlog.so lib/libHX_ConfigParser.so \
             include/extract_verify.h include/extract_verify/extract_verify.h \
-            include/extract_verify/status/kalu_status.h \
-            include/extract_verify/extract/hash_write_buffer.h \
             lib/cmake/extract_verify/extract_verifyConfig.cmake lib/pkgconfig/extract_verify.pc \
             share/man/man1/extract-verify.1.gz share/bash-completion/completions/extract-verify; do
   [ -e "$prefix/$file" ] || fail "$file is not installed"
 done
+# The interface's headers and nothing else: no folder of the project's below.
+headers=$(cd "$prefix/include" && find extract_verify* | sort | tr '\n' ' ')
+[ "$headers" = "extract_verify extract_verify.h $(cd "$(dirname "$0")/../../include" &&
+  find extract_verify/ -name '*.h' | sort | tr '\n' ' ')" ] || fail "installed headers: $headers"
 # The hand-written manual page and completion name every option of --help.
 for command in extract inspect pack resign attach demo; do
   help=$(run "$prefix/bin/extract-verify" "$command" --help) || fail "$command --help failed"
@@ -100,9 +102,25 @@ if [ ${#emulator[@]} -eq 0 ]; then
   case "$flags" in
     *rpath* | *include/extract_verify*) fail "unexpected pkg-config flags: $flags" ;;
   esac
-  echo '#include <extract_verify/extract_verify.h>' |
-    ${CXX:-c++} -std=c++17 -fsyntax-only -I"$prefix/include" -x c++ - ||
-    fail "<extract_verify/extract_verify.h> does not compile with -I<prefix>/include"
+  # A client compiles without libarchive's headers and with no OpenSSL
+  # header but sha.h and what it includes: the others are made to fail.
+  poisoned=$work/poisoned
+  mkdir -p "$poisoned/openssl"
+  echo '#error the client needs no archive.h' > "$poisoned/archive.h"
+  trail=$(echo '#include <openssl/sha.h>' | ${CXX:-c++} -x c++ -E -H - 2>&1 >/dev/null |
+    sed -n 's/^\.* //p')
+  for path in "$(dirname "$(grep -m1 '/openssl/sha.h$' <<<"$trail")")"/*.h; do
+    grep -qxF "$path" <<<"$trail" ||
+      echo "#error the client needs no ${path##*/}" > "$poisoned/openssl/${path##*/}"
+  done
+  [ -e "$poisoned/openssl/x509.h" ] || fail "no OpenSSL header was replaced"
+  for header in extract_verify.h extract_verify/extract_verify.h; do
+    echo "#include <$header>" |
+      ${CXX:-c++} -std=c++17 -fsyntax-only -I"$poisoned" -I"$prefix/include" -x c++ - ||
+      fail "<$header> does not compile without the dependencies' other headers"
+  done
+  ${CXX:-c++} -std=c++17 -fsyntax-only -I"$poisoned" -I"$prefix/include" "$examples/client.cc" ||
+    fail "the example client needs a header of the library's dependencies"
   # shellcheck disable=SC2046,SC2086  # pkg-config's flags are separate words
   ${CXX:-c++} -std=c++17 ${EV_CLIENT_FLAGS:-} "$examples/client.cc" -o "$work/client-pc" \
     $(pkg-config --cflags --libs extract_verify)

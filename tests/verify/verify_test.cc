@@ -16,14 +16,12 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "status/kalu_status.h"
-#include "support/hash.h"
+#include "extract_verify/status.h"
+#include "extract_verify/hash.h"
 #include "tests/testsupport/capture.h"
 #include "tests/testsupport/signed_package.h"
 #include "tests/testsupport/temp_dir.h"
-#include "verify/cert_store.h"
-#include "verify/unsign.h"
-#include "verify/verify_by_date.h"
+#include "extract_verify/verify.h"
 
 namespace {
 

@@ -11,8 +11,7 @@
 #include <system_error>
 #include <vector>
 
-#include "extract/completeness.h"
-#include "extract/run_state.h"
+#include "extract_verify/extraction.h"
 #include "tools/cli/archive_scan.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/extract_outcome.h"

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "extract/run_state.h"
+#include "extract_verify/extraction.h"
 
 namespace cli {
 

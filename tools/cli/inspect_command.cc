@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "manifest/version_tpn.h"
+#include "extract_verify/manifest.h"
 #include "tools/cli/archive_scan.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/input_checks.h"

@@ -5,11 +5,10 @@
 #include <exception>
 #include <vector>
 
+#include "extract_verify/extraction.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/options.h"
 #include "tools/cli/token_keys.h"
-
-extern "C" const char* extract_verify_version();
 
 const char* cli::g_invokedAs = cli::kToolName;
 

@@ -6,7 +6,7 @@
 #include "tools/cli/signature_check.h"
 #include "tools/cli/stdout_redirect.h"
 #include "tools/cli/temp_directory.h"
-#include "verify/unsign.h"
+#include "extract_verify/verify.h"
 
 namespace cli {
 

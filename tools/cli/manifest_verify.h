@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "manifest/version_tpn.h"
-#include "status/kalu_status.h"
+#include "extract_verify/manifest.h"
+#include "extract_verify/status.h"
 
 namespace cli {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "manifest/version_tpn.h"
+#include "extract_verify/manifest.h"
 #include "tools/cli/archive_scan.h"
 
 namespace cli {

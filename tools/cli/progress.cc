@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "extract_verify.h"
+#include "extract_verify/extract_verify.h"
 #include "tools/cli/text_format.h"
 
 namespace cli {

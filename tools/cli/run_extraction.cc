@@ -10,7 +10,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "extract/extraction.h"
+#include "extract_verify/extraction.h"
 #include "platform/hxlog/hxlog.h"
 #include "tools/cli/progress.h"
 #include "tools/cli/stdout_redirect.h"

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "status/kalu_status.h"
+#include "extract_verify/status.h"
 
 namespace cli {
 

@@ -5,12 +5,12 @@
 // slots that is built on first use and never freed. Conversions may run on
 // any thread; two threads converting their first value at once may both
 // build the table (identical results, one allocation lost).
-#ifndef STATUS_KALU_STATUS_H_
-#define STATUS_KALU_STATUS_H_
+#ifndef EXTRACT_VERIFY_STATUS_H_
+#define EXTRACT_VERIFY_STATUS_H_
 
 #include <cstddef>
 
-#include "extract_verify_export.h"
+#include "extract_verify/export.h"
 
 // A signed 32-bit value: every int is a valid _KALU_Error, named or not.
 enum _KALU_Error : int {
@@ -102,4 +102,4 @@ class EV_EXPORT CKALUStatus {
   _KALU_Error m_eStatus;
 };
 
-#endif  // STATUS_KALU_STATUS_H_
+#endif  // EXTRACT_VERIFY_STATUS_H_

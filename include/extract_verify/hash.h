@@ -4,15 +4,14 @@
 // a NoHash that computes nothing; the caller owns the result and destroys it
 // through IHash. A hash object is used by one thread at a time: update once
 // per chunk in byte order, finish once, then getHash any number of times.
-#ifndef SUPPORT_HASH_H_
-#define SUPPORT_HASH_H_
+#ifndef EXTRACT_VERIFY_HASH_H_
+#define EXTRACT_VERIFY_HASH_H_
 
 #include <openssl/sha.h>
-
 #include <cstdint>
 #include <utility>
 
-#include "extract_verify_export.h"
+#include "extract_verify/export.h"
 
 class EV_EXPORT IHash {
  public:
@@ -49,4 +48,4 @@ class EV_EXPORT Sha256 : public IHash {
 // any other name, a null one included.
 EV_EXPORT IHash* makeHash(const char* name);
 
-#endif  // SUPPORT_HASH_H_
+#endif  // EXTRACT_VERIFY_HASH_H_

@@ -5,16 +5,19 @@
 // and the caller's thread reads it after the extract thread has been joined.
 // The text is read through the platform configuration reader. Parsing runs on
 // the calling thread and throws only when memory runs out.
-#ifndef MANIFEST_VERSION_TPN_H_
-#define MANIFEST_VERSION_TPN_H_
+//
+// The current date as the system's `date +%F` prints it, newline included
+// ("YYYY-MM-DD\n"), or "" when the command cannot be started. Any thread.
+#ifndef EXTRACT_VERIFY_MANIFEST_H_
+#define EXTRACT_VERIFY_MANIFEST_H_
 
 #include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "extract_verify_export.h"
-#include "status/kalu_status.h"
+#include "extract_verify/export.h"
+#include "extract_verify/status.h"
 
 // One file of the manifest: File n, File n Hash Value, File n Size.
 struct _stVersionInfFileInfo {
@@ -59,4 +62,6 @@ class EV_EXPORT EV_Version_TPN {
 // Parses `infPath` into `manifest`; prints "KALU Error %d \n" on failure.
 EV_EXPORT _KALU_Error PrintKALU_VersionParse_TPN(const char* infPath, EV_Version_TPN* manifest);
 
-#endif  // MANIFEST_VERSION_TPN_H_
+EV_EXPORT std::string _GetSystemDate();
+
+#endif  // EXTRACT_VERIFY_MANIFEST_H_
