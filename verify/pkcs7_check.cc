@@ -9,6 +9,7 @@
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "status/kalu_status.h"
+#include "support/openssl_owners.h"
 #include "verify/cert_store.h"
 #include "verify/library_context.h"
 #include "verify/revocation.h"
@@ -24,10 +25,10 @@ const Notice kSignerRevoked = {"Signer certificate is revoked by a CRL in %s\n",
 
 // The objects one check makes, released together when the check ends.
 struct CheckObjects {
-  Pkcs7Ptr p7;
-  StorePtr store;
-  ParamPtr param;
-  BioPtr output;
+  ev::Pkcs7Ptr p7;
+  ev::StorePtr store;
+  ev::VerifyParamPtr param;
+  ev::BioPtr output;
 };
 
 void Tell(const char* name, const Notice& notice) {

@@ -1,7 +1,8 @@
 // Pieces of the two signature checks (verify_by_date and unsign, whose
-// common steps are in pkcs7_check): scoped owners of the OpenSSL objects one
-// check makes, the library set-up made on every call, the verification
-// parameters both apply and the text of an OpenSSL error.
+// common steps are in pkcs7_check): the library set-up made on every call,
+// the verification parameters both apply and the text of an OpenSSL error.
+// The OpenSSL objects a check makes are held by the owners of
+// support/openssl_owners.h.
 //
 // Nothing here prints or logs: each check reports in its own name. Not
 // exported to clients. Any thread.
@@ -9,30 +10,11 @@
 #define VERIFY_VERIFY_COMMON_H_
 
 #include <openssl/bio.h>
-#include <openssl/pkcs7.h>
 #include <openssl/x509_vfy.h>
 
-#include <memory>
 #include <string>
 
 namespace verify_internal {
-
-struct StoreFree {
-  void operator()(X509_STORE* store) const { X509_STORE_free(store); }
-};
-struct ParamFree {
-  void operator()(X509_VERIFY_PARAM* param) const { X509_VERIFY_PARAM_free(param); }
-};
-struct BioFree {
-  void operator()(BIO* bio) const { BIO_free_all(bio); }
-};
-struct Pkcs7Free {
-  void operator()(PKCS7* p7) const { PKCS7_free(p7); }
-};
-using StorePtr = std::unique_ptr<X509_STORE, StoreFree>;
-using ParamPtr = std::unique_ptr<X509_VERIFY_PARAM, ParamFree>;
-using BioPtr = std::unique_ptr<BIO, BioFree>;
-using Pkcs7Ptr = std::unique_ptr<PKCS7, Pkcs7Free>;
 
 // Loads the algorithm and error-string tables (repeat calls are harmless).
 void LoadOpenSslTables();

@@ -5,31 +5,18 @@
 #include <openssl/x509v3.h>
 
 #include <ctime>
-#include <memory>
 #include <stdexcept>
 
+#include "support/openssl_owners.h"
 #include "verify/revocation.h"
 
 namespace cli {
 
 namespace {
 
-struct Pkcs7Free {
-  void operator()(PKCS7* p7) const { PKCS7_free(p7); }
-};
-struct StoreFree {
-  void operator()(X509_STORE* store) const { X509_STORE_free(store); }
-};
-struct ContextFree {
-  void operator()(X509_STORE_CTX* context) const { X509_STORE_CTX_free(context); }
-};
-using Pkcs7Ptr = std::unique_ptr<PKCS7, Pkcs7Free>;
-using StorePtr = std::unique_ptr<X509_STORE, StoreFree>;
-using ContextPtr = std::unique_ptr<X509_STORE_CTX, ContextFree>;
-
-Pkcs7Ptr ParseSignedData(const std::vector<unsigned char>& der) {
+ev::Pkcs7Ptr ParseSignedData(const std::vector<unsigned char>& der) {
   const unsigned char* cursor = der.data();
-  Pkcs7Ptr p7(d2i_PKCS7(nullptr, &cursor, static_cast<long>(der.size())));
+  ev::Pkcs7Ptr p7(d2i_PKCS7(nullptr, &cursor, static_cast<long>(der.size())));
   if (p7 && !PKCS7_type_is_signed(p7.get())) p7.reset();
   return p7;
 }
@@ -74,8 +61,8 @@ std::string Subject(X509* cert) { return NameText(X509_get_subject_name(cert)); 
 // The extractor's chain check of `signer`, repeated with the certificates
 // and revocation lists of a trust file; the context says why it failed.
 struct ChainCheck {
-  StorePtr store{X509_STORE_new()};
-  ContextPtr context{X509_STORE_CTX_new()};
+  ev::StorePtr store{X509_STORE_new()};
+  ev::StoreContextPtr context{X509_STORE_CTX_new()};
   time_t checkTime = 0;
   bool ran = false;  // the trust file loaded and the check was made
   bool verified = false;
@@ -148,7 +135,7 @@ std::string ChainFailure(const ChainCheck& check, X509* signer, const std::strin
 
 SignerDescription DescribeSigner(const std::vector<unsigned char>& der) {
   SignerDescription description;
-  Pkcs7Ptr p7 = ParseSignedData(der);
+  ev::Pkcs7Ptr p7 = ParseSignedData(der);
   STACK_OF(X509)* certs = p7 ? Carried(p7.get()) : nullptr;
   description.carried = certs != nullptr ? sk_X509_num(certs) : 0;
   if (description.carried == 0) return description;
@@ -163,7 +150,7 @@ SignerDescription DescribeSigner(const std::vector<unsigned char>& der) {
 
 std::string ExplainSignatureFailure(const std::vector<unsigned char>& der,
                                     const std::string& trustFile) {
-  Pkcs7Ptr p7 = ParseSignedData(der);
+  ev::Pkcs7Ptr p7 = ParseSignedData(der);
   if (!p7) return "Version.der is not DER-encoded PKCS#7 signed data";
   STACK_OF(X509)* certs = Carried(p7.get());
   const int carried = certs != nullptr ? sk_X509_num(certs) : 0;
@@ -184,7 +171,7 @@ std::string SignerRevocation(X509* signer, const std::string& trustFile) {
 }
 
 std::string SignedContent(const std::vector<unsigned char>& der) {
-  Pkcs7Ptr p7 = ParseSignedData(der);
+  ev::Pkcs7Ptr p7 = ParseSignedData(der);
   PKCS7* inner = p7 ? p7->d.sign->contents : nullptr;
   if (inner == nullptr || !PKCS7_type_is_data(inner) || inner->d.data == nullptr) {
     throw std::runtime_error("Version.der is not PKCS#7 signed data with its content attached");
