@@ -1,5 +1,6 @@
 #include "verify/pkcs7_check.h"
 
+#include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/x509_vfy.h>
 
@@ -10,7 +11,7 @@
 #include "platform/log.h"
 #include "extract_verify/status.h"
 #include "extract_verify/verify.h"
-#include "verify/library_context.h"
+#include "support/openssl_owners.h"
 #include "verify/revocation.h"
 #include "verify/verify_common.h"
 
@@ -24,10 +25,9 @@ const Notice kSignerRevoked = {"Signer certificate is revoked by a CRL in %s\n",
 
 // The objects one check makes, released together when the check ends.
 struct CheckObjects {
-  Pkcs7Ptr p7;
-  StorePtr store;
-  ParamPtr param;
-  BioPtr output;
+  ev::Pkcs7Ptr p7;
+  ev::StorePtr store;
+  ev::BioPtr output;
 };
 
 void Tell(const char* name, const Notice& notice) {
@@ -39,6 +39,16 @@ template <typename... Args>
 void Tell(const char* name, const Notice& notice, Args... args) {
   printf(notice.printed, args...);
   EV_LOG_AS(name, notice.level, notice.logged, args...);
+}
+
+// A file BIO writing `path` (created, truncated, 0666 less the umask), or
+// null when it cannot be opened; a symbolic link at `path` is not followed.
+BIO* NewOutputFile(const std::string& path) {
+  int fd = platform::OpenForWriting(path.c_str());
+  if (fd < 0) return nullptr;
+  BIO* bio = BIO_new_fd(fd, BIO_CLOSE);
+  if (bio == nullptr) platform::Close(fd);
+  return bio;
 }
 
 // A manifest of an earlier run must not survive a failed verification.
@@ -55,15 +65,7 @@ bool ParseAndBuildStore(const Pkcs7Check& check, const Pkcs7CheckCall& call,
     Tell(check.name, check.noBuffer);
     return false;
   }
-  // The buffer may be longer than the structure; the rest is ignored. The
-  // structure is made in the library's context first: d2i_PKCS7 keeps the
-  // context of the structure it fills, and PKCS7_verify fetches its digests
-  // and builds its verification in the structure's context. A failed parse
-  // frees the structure.
-  const unsigned char* cursor = call.derBuffer;
-  PKCS7* p7 = PKCS7_new_ex(LibraryContext(), nullptr);
-  if (p7 != nullptr) d2i_PKCS7(&p7, &cursor, call.derLength);
-  objects.p7.reset(p7);
+  objects.p7 = ParseInLibraryContext(call.derBuffer, call.derLength);
   if (objects.p7 == nullptr) {
     Tell(check.name, check.notParsed);
     return false;
@@ -79,14 +81,12 @@ bool ParseAndBuildStore(const Pkcs7Check& check, const Pkcs7CheckCall& call,
 bool SetUpParameters(const Pkcs7Check& check, CheckObjects& objects) {
   unsigned int verificationTime = 0;
   if (!check.findTime(objects.p7.get(), verificationTime)) return false;
-  objects.param.reset(X509_VERIFY_PARAM_new());
-  if (objects.param == nullptr) {
-    Tell(check.name, check.noParam);
-    return false;
-  }
-  switch (ApplySmimeSignParams(objects.store.get(), objects.param.get(), verificationTime)) {
+  switch (ApplySmimeSignParams(objects.store.get(), verificationTime)) {
     case ParamSetup::kApplied:
       return true;
+    case ParamSetup::kNoParam:
+      Tell(check.name, check.noParam);
+      return false;
     case ParamSetup::kUnknownPurpose:
       Tell(check.name, check.unknownPurpose);
       return false;

@@ -5,8 +5,10 @@
 // What differs between the checks is data: the text and level of every
 // failure message and the verify flags, plus two hooks, one that finds the
 // verification time and one that reports a failed verification. Messages are
-// logged under the name of the check that runs the steps. Not exported. Any
-// thread; nothing survives a call.
+// logged under the name of the check that runs the steps. The steps that
+// print nothing themselves (the parse and the parameters) are verify_common's,
+// which the tool takes as well, so that its explanation of a refusal cannot
+// drift from the checks. Not exported. Any thread; nothing survives a call.
 #ifndef VERIFY_PKCS7_CHECK_H_
 #define VERIFY_PKCS7_CHECK_H_
 

@@ -1,57 +1,42 @@
-// Pieces of the two signature checks (verify_by_date and unsign, whose
-// common steps are in pkcs7_check): scoped owners of the OpenSSL objects one
-// check makes, the library set-up made on every call, the verification
-// parameters both apply and the text of an OpenSSL error.
+// The steps of a signature check that print and log nothing: the library
+// set-up made on every call, the parse of the DER bytes in the library's
+// context, the verification parameters, and the text of an OpenSSL error.
+// Both checks (verify_by_date and unsign) take them through pkcs7_check,
+// which reports each failure in the check's own words; the tool takes them
+// to explain a refusal with the objects and parameters the checks use.
 //
-// Nothing here prints or logs: each check reports in its own name. Not
-// exported to clients. Any thread.
+// Not exported to clients; the tool links this unit's archive,
+// ev_verify_steps, which holds the library's context (library_context.h) as
+// well. The caller owns what a step returns. Any thread.
 #ifndef VERIFY_VERIFY_COMMON_H_
 #define VERIFY_VERIFY_COMMON_H_
 
-#include <openssl/bio.h>
-#include <openssl/pkcs7.h>
 #include <openssl/x509_vfy.h>
 
-#include <memory>
 #include <string>
 
-namespace verify_internal {
+#include "support/openssl_owners.h"
 
-struct StoreFree {
-  void operator()(X509_STORE* store) const { X509_STORE_free(store); }
-};
-struct ParamFree {
-  void operator()(X509_VERIFY_PARAM* param) const { X509_VERIFY_PARAM_free(param); }
-};
-struct BioFree {
-  void operator()(BIO* bio) const { BIO_free_all(bio); }
-};
-struct Pkcs7Free {
-  void operator()(PKCS7* p7) const { PKCS7_free(p7); }
-};
-using StorePtr = std::unique_ptr<X509_STORE, StoreFree>;
-using ParamPtr = std::unique_ptr<X509_VERIFY_PARAM, ParamFree>;
-using BioPtr = std::unique_ptr<BIO, BioFree>;
-using Pkcs7Ptr = std::unique_ptr<PKCS7, Pkcs7Free>;
+namespace verify_internal {
 
 // Loads the algorithm and error-string tables (repeat calls are harmless).
 void LoadOpenSslTables();
 
-enum class ParamSetup { kApplied, kUnknownPurpose, kNotApplied };
+// The PKCS#7 structure that the first bytes of `der` encode, made in the
+// library's context; null when they encode none. Bytes after the structure
+// are ignored.
+ev::Pkcs7Ptr ParseInLibraryContext(const unsigned char* der, long length);
 
-// Makes `param` check at `checkTime` for the S/MIME signing purpose, with
-// the certificates of the store as trust anchors even when they are not
-// self-signed and its revocation lists consulted (revocation.h), and
-// installs it in `store`.
-ParamSetup ApplySmimeSignParams(X509_STORE* store, X509_VERIFY_PARAM* param,
-                                unsigned int checkTime);
+enum class ParamSetup { kApplied, kNoParam, kUnknownPurpose, kNotApplied };
+
+// Makes verification parameters that check at `checkTime` for the S/MIME
+// signing purpose, with the certificates of the store as trust anchors even
+// when they are not self-signed and its revocation lists consulted
+// (revocation.h), and installs a copy of them in `store`.
+ParamSetup ApplySmimeSignParams(X509_STORE* store, unsigned int checkTime);
 
 // OpenSSL's one-line text for an error code.
 std::string ErrorText(unsigned long code);
-
-// A file BIO writing `path` (created, truncated, 0666 less the umask), or
-// null when it cannot be opened; a symbolic link at `path` is not followed.
-BIO* NewOutputFile(const std::string& path);
 
 }  // namespace verify_internal
 

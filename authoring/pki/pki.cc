@@ -12,14 +12,8 @@ namespace pki {
 
 namespace {
 
-struct BioFree {
-  void operator()(BIO* bio) const { BIO_free_all(bio); }
-};
-struct Pkcs7Free {
-  void operator()(PKCS7* p7) const { PKCS7_free(p7); }
-};
-using Bio = std::unique_ptr<BIO, BioFree>;
-using Pkcs7 = std::unique_ptr<PKCS7, Pkcs7Free>;
+using Bio = ev::BioPtr;
+using Pkcs7 = ev::Pkcs7Ptr;
 
 // Throws with `what` and the text of every error OpenSSL has queued.
 [[noreturn]] void Fail(const std::string& what) {
@@ -154,11 +148,11 @@ Identity MakeSigner(const std::string& commonName, const Validity& validity, con
 
 void AppendCrlPem(const std::string& path, const Identity& issuer,
                   const std::vector<std::pair<X509*, Seconds>>& revoked, Seconds issued) {
-  std::unique_ptr<X509_CRL, decltype(&X509_CRL_free)> crl(X509_CRL_new(), X509_CRL_free);
+  ev::CrlPtr crl(X509_CRL_new());
   Check(crl != nullptr && X509_CRL_set_version(crl.get(), 1) == 1 &&
             X509_CRL_set_issuer_name(crl.get(), X509_get_subject_name(issuer.cert.get())) == 1,
         "cannot start a CRL");
-  std::unique_ptr<ASN1_TIME, decltype(&ASN1_TIME_free)> time(ASN1_TIME_new(), ASN1_TIME_free);
+  ev::Asn1TimePtr time(ASN1_TIME_new());
   SetTime(time.get(), issued, "the CRL's time");
   X509_CRL_set1_lastUpdate(crl.get(), time.get());
   SetTime(time.get(), issued + 30 * 86400, "the CRL's next update");

@@ -7,9 +7,10 @@
 // signing purpose checks: CAs have basicConstraints CA:TRUE and keyCertSign, signers have
 // digitalSignature and the emailProtection extended key usage.
 //
-// Every OpenSSL object is held by a unique_ptr that frees it. Failures throw
-// pki::Error with OpenSSL's error text. Key material exists only in memory
-// and in the files a caller asks for; nothing here is meant to be committed.
+// Every OpenSSL object is held by an owner of support/openssl_owners.h, which
+// frees it. Failures throw pki::Error with OpenSSL's error text. Key material
+// exists only in memory and in the files a caller asks for; nothing here is
+// meant to be committed.
 // Functions may run on any thread; objects are not shared between threads.
 #ifndef AUTHORING_PKI_PKI_H_
 #define AUTHORING_PKI_PKI_H_
@@ -18,11 +19,12 @@
 #include <openssl/x509.h>
 
 #include <cstdint>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "support/openssl_owners.h"
 
 namespace pki {
 
@@ -31,14 +33,8 @@ class Error : public std::runtime_error {
   explicit Error(const std::string& what) : std::runtime_error(what) {}
 };
 
-struct KeyFree {
-  void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-};
-struct CertFree {
-  void operator()(X509* cert) const { X509_free(cert); }
-};
-using Key = std::unique_ptr<EVP_PKEY, KeyFree>;
-using Cert = std::unique_ptr<X509, CertFree>;
+using Key = ev::KeyPtr;
+using Cert = ev::CertPtr;
 
 // A certificate with its private key.
 struct Identity {

@@ -5,31 +5,23 @@
 #include <openssl/x509v3.h>
 
 #include <ctime>
-#include <memory>
 #include <stdexcept>
+#include <thread>
 
-#include "verify/revocation.h"
+#include "support/openssl_owners.h"
+#include "tools/cli/stdout_redirect.h"
+#include "extract_verify/verify.h"
+#include "verify/library_context.h"
+#include "verify/verify_common.h"
 
 namespace cli {
 
 namespace {
 
-struct Pkcs7Free {
-  void operator()(PKCS7* p7) const { PKCS7_free(p7); }
-};
-struct StoreFree {
-  void operator()(X509_STORE* store) const { X509_STORE_free(store); }
-};
-struct ContextFree {
-  void operator()(X509_STORE_CTX* context) const { X509_STORE_CTX_free(context); }
-};
-using Pkcs7Ptr = std::unique_ptr<PKCS7, Pkcs7Free>;
-using StorePtr = std::unique_ptr<X509_STORE, StoreFree>;
-using ContextPtr = std::unique_ptr<X509_STORE_CTX, ContextFree>;
-
-Pkcs7Ptr ParseSignedData(const std::vector<unsigned char>& der) {
-  const unsigned char* cursor = der.data();
-  Pkcs7Ptr p7(d2i_PKCS7(nullptr, &cursor, static_cast<long>(der.size())));
+// Parsed as the checks parse it, in the library's context.
+ev::Pkcs7Ptr ParseSignedData(const std::vector<unsigned char>& der) {
+  ev::Pkcs7Ptr p7 =
+      verify_internal::ParseInLibraryContext(der.data(), static_cast<long>(der.size()));
   if (p7 && !PKCS7_type_is_signed(p7.get())) p7.reset();
   return p7;
 }
@@ -60,35 +52,59 @@ std::string TimeText(time_t time) {
   return TimeText(fields);
 }
 
-// The instant at which the extractor checks the chain: the signer's start
-// of validity, its UTC fields read in the process's time zone.
-time_t CheckTime(X509* signer) {
-  std::tm start{};
-  ASN1_TIME_to_tm(X509_get0_notBefore(signer), &start);
-  start.tm_isdst = 0;
-  return mktime(&start);
-}
-
 std::string Subject(X509* cert) { return NameText(X509_get_subject_name(cert)); }
 
-// The extractor's chain check of `signer`, repeated with the certificates
-// and revocation lists of a trust file; the context says why it failed.
+// The store the checks build from `trustFile`. create_store clears the
+// OpenSSL error queue of its thread, which holds what a failed check left
+// for --verbose to show; on a thread of its own it clears that thread's.
+ev::StorePtr StoreOfTheChecks(const std::string& trustFile) {
+  ev::StorePtr store;
+  std::thread([&] { store.reset(create_store(nullptr, trustFile.c_str(), nullptr)); }).join();
+  return store;
+}
+
+// The store of `trustFile` with the checks' verification parameters
+// installed, for the time at which the unsigning check verifies `signer`
+// (its start of validity, read by EVGetTimefrmASN1Format), which is stored
+// in `checkTime`; null when a step fails. Both library steps print what
+// they print for the checks; the explanation is not the place for those
+// lines.
+ev::StorePtr StoreSetUpAsTheChecks(X509* signer, const std::string& trustFile, time_t& checkTime) {
+  ev::StorePtr store;
+  unsigned int seconds = 0;
+  {
+    StdoutRedirect silence = StdoutRedirect::ToFile("/dev/null");
+    store = StoreOfTheChecks(trustFile);
+    EVGetTimefrmASN1Format(X509_getm_notBefore(signer), seconds);
+  }
+  checkTime = static_cast<time_t>(seconds);
+  if (store == nullptr || verify_internal::ApplySmimeSignParams(store.get(), seconds) !=
+                              verify_internal::ParamSetup::kApplied) {
+    return nullptr;
+  }
+  return store;
+}
+
+// The extractor's chain check of `signer`, made with the objects the
+// library's steps make, so that what it finds is what the extractor found;
+// the context then says why it failed. The tool's copy of the library's
+// context is an instance of its own, made as the library makes its own.
 struct ChainCheck {
-  StorePtr store{X509_STORE_new()};
-  ContextPtr context{X509_STORE_CTX_new()};
+  ev::StorePtr store;
+  ev::StoreContextPtr context{X509_STORE_CTX_new_ex(verify_internal::LibraryContext(), nullptr)};
   time_t checkTime = 0;
-  bool ran = false;  // the trust file loaded and the check was made
+  bool ran = false;  // the steps succeeded and the check was made
   bool verified = false;
 
-  ChainCheck(X509* signer, const std::string& trustFile) {
-    if (!store || !context || X509_STORE_load_file(store.get(), trustFile.c_str()) != 1) return;
-    const unsigned long revocation = verify_internal::ConsultRevocationLists(store.get());
-    if (X509_STORE_CTX_init(context.get(), store.get(), signer, nullptr) != 1) return;
-    checkTime = CheckTime(signer);
-    X509_VERIFY_PARAM* param = X509_STORE_CTX_get0_param(context.get());
-    X509_VERIFY_PARAM_set_time(param, checkTime);
-    X509_VERIFY_PARAM_set_flags(param, X509_V_FLAG_PARTIAL_CHAIN | revocation);
-    X509_STORE_CTX_set_purpose(context.get(), X509_PURPOSE_SMIME_SIGN);
+  ChainCheck(X509* signer, STACK_OF(X509) * carried, const std::string& trustFile) {
+    store = StoreSetUpAsTheChecks(signer, trustFile, checkTime);
+    // As PKCS7_verify checks its signer's chain: the certificates carried
+    // beside it may complete the chain, for the S/MIME signing defaults.
+    if (!store || !context ||
+        X509_STORE_CTX_init(context.get(), store.get(), signer, carried) != 1 ||
+        X509_STORE_CTX_set_default(context.get(), "smime_sign") != 1) {
+      return;
+    }
     ran = true;
     verified = X509_verify_cert(context.get()) == 1;
   }
@@ -148,7 +164,7 @@ std::string ChainFailure(const ChainCheck& check, X509* signer, const std::strin
 
 SignerDescription DescribeSigner(const std::vector<unsigned char>& der) {
   SignerDescription description;
-  Pkcs7Ptr p7 = ParseSignedData(der);
+  ev::Pkcs7Ptr p7 = ParseSignedData(der);
   STACK_OF(X509)* certs = p7 ? Carried(p7.get()) : nullptr;
   description.carried = certs != nullptr ? sk_X509_num(certs) : 0;
   if (description.carried == 0) return description;
@@ -163,7 +179,7 @@ SignerDescription DescribeSigner(const std::vector<unsigned char>& der) {
 
 std::string ExplainSignatureFailure(const std::vector<unsigned char>& der,
                                     const std::string& trustFile) {
-  Pkcs7Ptr p7 = ParseSignedData(der);
+  ev::Pkcs7Ptr p7 = ParseSignedData(der);
   if (!p7) return "Version.der is not DER-encoded PKCS#7 signed data";
   STACK_OF(X509)* certs = Carried(p7.get());
   const int carried = certs != nullptr ? sk_X509_num(certs) : 0;
@@ -173,18 +189,18 @@ std::string ExplainSignatureFailure(const std::vector<unsigned char>& der,
            "accepts exactly one, the signer's";
   }
   X509* signer = sk_X509_value(certs, 0);
-  const ChainCheck check(signer, trustFile);
+  const ChainCheck check(signer, certs, trustFile);
   if (!check.ran || check.verified) return "";
   return ChainFailure(check, signer, trustFile);
 }
 
 std::string SignerRevocation(X509* signer, const std::string& trustFile) {
-  const ChainCheck check(signer, trustFile);
+  const ChainCheck check(signer, nullptr, trustFile);
   return check.revoked() ? Revocation(check, signer, trustFile) : "";
 }
 
 std::string SignedContent(const std::vector<unsigned char>& der) {
-  Pkcs7Ptr p7 = ParseSignedData(der);
+  ev::Pkcs7Ptr p7 = ParseSignedData(der);
   PKCS7* inner = p7 ? p7->d.sign->contents : nullptr;
   if (inner == nullptr || !PKCS7_type_is_data(inner) || inner->d.data == nullptr) {
     throw std::runtime_error("Version.der is not PKCS#7 signed data with its content attached");

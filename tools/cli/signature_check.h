@@ -1,10 +1,11 @@
 // What the tool says about a signature beyond the library's status: who
 // signed a package, why a signature does not verify, and whether a signer
-// certificate may sign packages at all. Each check repeats the one the
-// extractor makes (S/MIME signing purpose, the trusted certificates as
-// anchors, the signer's start of validity as the time of the check) with
-// OpenSSL's verifier and the extractor's use of revocation lists
-// (verify/revocation.h), to name the cause. Main thread.
+// certificate may sign packages at all. Why a signature does not verify,
+// and whether a CRL revokes a signer, are asked of OpenSSL's verifier with
+// the objects the extractor's check makes, by the library's own steps
+// (verify/verify_common.h, create_store, EVGetTimefrmASN1Format), so that
+// the cause named is the one the extractor met. Main thread: the library's
+// lines of those steps are hidden by pointing standard output elsewhere.
 #ifndef TOOLS_CLI_SIGNATURE_CHECK_H_
 #define TOOLS_CLI_SIGNATURE_CHECK_H_
 
