@@ -6,7 +6,8 @@
 # EV_UNIT_OBJECTS) and, unless SEAMS is given, the archive NAME that the tests
 # link to reach internal units.
 #
-# SEAMS: the subsystem has fault-injection hooks for tests (testing/seams.h).
+# SEAMS: the subsystem has fault-injection hooks for tests, declared in its
+# headers ("Test hook, in the test build only").
 # Its sources are then compiled a second time with EV_TEST_SEAMS defined, and
 # that copy alone makes the archive NAME; the shared library never holds the
 # hooks.

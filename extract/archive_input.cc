@@ -4,6 +4,8 @@
 
 #include "extract_verify/buffers.h"
 
+namespace ev {
+
 int OpenPackageArchive(archive* reader, ArchiveInput* input) {
   archive_read_support_format_tar(reader);
   archive_read_support_filter_gzip(reader);
@@ -30,3 +32,5 @@ la_ssize_t read_arch(archive* a, void* clientData, const void** data) {
 }
 
 int close_arch(archive*, void*) { return ARCHIVE_OK; }
+
+}  // namespace ev

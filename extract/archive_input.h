@@ -22,6 +22,8 @@
 
 class ReadAndExtractBuffer;
 
+namespace ev {
+
 struct ArchiveInput {
   ReadAndExtractBuffer* ring;
   bool chunkOnLoan = false;       // read_arch handed out a chunk not yet given back
@@ -40,5 +42,7 @@ int OpenPackageArchive(archive* reader, ArchiveInput* input);
 int open_arch(archive* a, void* clientData);
 la_ssize_t read_arch(archive* a, void* clientData, const void** data);
 int close_arch(archive* a, void* clientData);
+
+}  // namespace ev
 
 #endif  // EXTRACT_ARCHIVE_INPUT_H_

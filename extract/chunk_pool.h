@@ -19,8 +19,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "support/sync.h"
 #include "extract_verify/thread_annotations.h"
+#include "support/sync.h"
 
 namespace ev {
 

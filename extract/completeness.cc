@@ -1,10 +1,12 @@
-#include "extract_verify/extraction.h"
-
 #include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "extract_verify/extraction.h"
 #include "platform/log.h"
+
+using ev::kLogError;
+using ev::kLogInfo;
 
 namespace {
 

@@ -7,6 +7,8 @@
 #include "platform/file_io.h"
 #include "platform/log.h"
 
+namespace ev {
+
 namespace {
 
 const _stVersionInfFileInfo* FirstListing(const EV_Version_TPN& manifest, const std::string& name) {
@@ -72,3 +74,5 @@ _KALU_Error JudgeUnjudgedEntries(const EV_Version_TPN* manifest) {
   }
   return KALU_NO_ERR;
 }
+
+}  // namespace ev

@@ -22,6 +22,8 @@
 #include "extract/entry_rules.h"
 #include "extract_verify/manifest.h"
 
+namespace ev {
+
 // `manifest` is null until the run's manifest has been parsed; `manifestPath`
 // is empty until a verified Version.inf has been written.
 EntryVerdict AdmitEntry(const std::string& name, int64_t declaredSize, const char* filePath,
@@ -39,5 +41,7 @@ void NoteUnjudgedEntry(const std::string& name, int64_t declaredSize);
 // not list is left to the digests' comparison). SIGN_ERR02 at the first
 // that differs, refused with the line the walk prints; else KALU_NO_ERR.
 _KALU_Error JudgeUnjudgedEntries(const EV_Version_TPN* manifest);
+
+}  // namespace ev
 
 #endif  // EXTRACT_ENTRY_ADMISSION_H_

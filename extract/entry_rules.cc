@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+namespace ev {
+
 const char kSignedManifestName[] = "Version.der";
 const char kManifestFileName[] = "Version.inf";
 
@@ -37,3 +39,5 @@ EntryVerdict JudgeAgainstManifest(int64_t declaredSize, const uint64_t* listedSi
   }
   return verdict;
 }
+
+}  // namespace ev

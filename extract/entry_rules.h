@@ -15,6 +15,8 @@
 
 #include "extract_verify/status.h"
 
+namespace ev {
+
 // The signed manifest is read in pieces of at most this many bytes, and each
 // piece is verified as one whole signed manifest.
 constexpr size_t kManifestReadSize = 4096;
@@ -58,5 +60,7 @@ struct EntryVerdict {
 // declares another size are refused; a listed one may receive at most its
 // signed size.
 EntryVerdict JudgeAgainstManifest(int64_t declaredSize, const uint64_t* listedSize);
+
+}  // namespace ev
 
 #endif  // EXTRACT_ENTRY_RULES_H_

@@ -12,13 +12,15 @@
 #include "extract/entry_admission.h"
 #include "extract/entry_rules.h"
 #include "extract/file_threads.h"
+#include "extract/run_stop.h"
 #include "extract_verify/buffers.h"
 #include "extract_verify/extraction.h"
-#include "extract/run_stop.h"
 #include "extract_verify/manifest.h"
+#include "extract_verify/verify.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
-#include "extract_verify/verify.h"
+
+namespace ev {
 
 namespace {
 
@@ -313,3 +315,5 @@ bool EntryWalker::completesSingleFileRun(const std::string& name) {
 bool WalkEntries(archive* reader, ReadAndExtractBuffer& buffer) {
   return EntryWalker(reader, buffer).run();
 }
+
+}  // namespace ev

@@ -14,7 +14,11 @@
 struct archive;
 class ReadAndExtractBuffer;
 
+namespace ev {
+
 // Whether the walk went on to the archive's end.
 bool WalkEntries(archive* reader, ReadAndExtractBuffer& buffer);
+
+}  // namespace ev
 
 #endif  // EXTRACT_ENTRY_WALKER_H_

@@ -7,12 +7,14 @@
 #include "extract/archive_input.h"
 #include "extract/entry_walker.h"
 #include "extract/file_threads.h"
-#include "extract_verify/buffers.h"
 #include "extract/run_stop.h"
+#include "extract_verify/buffers.h"
+#include "extract_verify/resources.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
-#include "extract_verify/resources.h"
+
+namespace ev {
 
 namespace {
 
@@ -79,3 +81,5 @@ void* extractThread(void* argument) {
   EXTRACT_LOG(kLogInfo, "-");
   return nullptr;
 }
+
+}  // namespace ev

@@ -16,6 +16,10 @@
 #ifndef EXTRACT_EXTRACT_THREAD_H_
 #define EXTRACT_EXTRACT_THREAD_H_
 
+namespace ev {
+
 void* extractThread(void* argument);
+
+}  // namespace ev
 
 #endif  // EXTRACT_EXTRACT_THREAD_H_

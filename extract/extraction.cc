@@ -10,6 +10,12 @@
 #include "platform/file_io.h"
 #include "platform/log.h"
 
+namespace extract_progress = ev::extract_progress;
+namespace platform = ev::platform;
+using ev::ForgetUnjudgedEntries;
+using ev::JudgeUnjudgedEntries;
+using ev::kLogError;
+
 namespace {
 
 const char kErrorReportPath[] = "/tmp/extract_verify_error.txt";

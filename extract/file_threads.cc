@@ -10,14 +10,16 @@
 #include <vector>
 
 #include "extract/chunk_pool.h"
-#include "extract_verify/buffers.h"
-#include "extract_verify/extraction.h"
 #include "extract/run_state_internal.h"
 #include "extract/run_stop.h"
+#include "extract_verify/buffers.h"
+#include "extract_verify/extraction.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
 #include "support/hex.h"
+
+namespace ev {
 
 namespace {
 
@@ -214,3 +216,5 @@ void ClearHashAndWriteBuffer() {
   }
   EmptyBufferList();
 }
+
+}  // namespace ev

@@ -22,6 +22,8 @@
 class HashAndWriteBuffer;
 class IHash;
 
+namespace ev {
+
 struct HashThreadArgs {
   HashAndWriteBuffer* buffer;
   IHash* hash;
@@ -52,5 +54,7 @@ bool WaitForChildThreads();
 // Ends every buffer's threads, joins them, frees the buffers and empties the
 // list; records no digest.
 void ClearHashAndWriteBuffer();
+
+}  // namespace ev
 
 #endif  // EXTRACT_FILE_THREADS_H_

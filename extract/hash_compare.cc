@@ -1,9 +1,8 @@
-#include "extract_verify/extraction.h"
-
 #include <cstdio>
 #include <map>
 #include <string>
 
+#include "extract_verify/extraction.h"
 #include "platform/log.h"
 
 _KALU_Error compareHashValues() {

@@ -1,12 +1,15 @@
-#include "extract_verify/buffers.h"
-
 #include <cstring>
 #include <memory>
 
 #include "extract/chunk_pool.h"
 #include "extract/run_stop.h"
+#include "extract_verify/buffers.h"
 #include "platform/file_io.h"
 #include "support/sync.h"
+
+namespace platform = ev::platform;
+namespace run_stop = ev::run_stop;
+using ev::MutexLock;
 
 namespace {
 

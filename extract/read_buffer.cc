@@ -1,10 +1,11 @@
-#include "extract_verify/buffers.h"
-
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
+#include "extract_verify/buffers.h"
 #include "support/sync.h"
+
+using ev::MutexLock;
 
 namespace {
 

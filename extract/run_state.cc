@@ -1,8 +1,9 @@
-#include "extract_verify/extraction.h"
-
 #include "extract/run_state_internal.h"
 #include "extract_verify/extract_verify.h"
+#include "extract_verify/extraction.h"
 #include "platform/clock.h"
+
+namespace platform = ev::platform;
 
 std::string g_certificateFilePath;
 std::string g_srcFilePath;
@@ -25,7 +26,7 @@ std::atomic<uint32_t> g_uFilesFinished{0};
 
 }  // namespace
 
-namespace extract_progress {
+namespace ev::extract_progress {
 
 void Begin() {
   g_bProgressKnown = false;
@@ -48,7 +49,7 @@ void FileFinished() { ++g_uFilesFinished; }
 
 void RunDone() { g_eStage = EXTRACTION_STAGE_DONE; }
 
-}  // namespace extract_progress
+}  // namespace ev::extract_progress
 
 void AbortExtraction() { g_bAbortExecution = 1; }
 

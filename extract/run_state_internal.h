@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-namespace extract_progress {
+namespace ev::extract_progress {
 
 // A run's source is about to be opened: nothing known yet, reading starts.
 void Begin();
@@ -23,6 +23,6 @@ void FileFinished();
 // The run is over and about to return its status.
 void RunDone();
 
-}  // namespace extract_progress
+}  // namespace ev::extract_progress
 
 #endif  // EXTRACT_RUN_STATE_INTERNAL_H_

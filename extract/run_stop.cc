@@ -6,7 +6,7 @@
 #include "extract_verify/extraction.h"
 #include "platform/log.h"
 
-namespace run_stop {
+namespace ev::run_stop {
 
 namespace {
 
@@ -51,4 +51,4 @@ bool ReaderStops(_KALU_Error runStatus, _KALU_Error* status) {
   return true;
 }
 
-}  // namespace run_stop
+}  // namespace ev::run_stop

@@ -15,7 +15,7 @@
 
 #include "extract_verify/status.h"
 
-namespace run_stop {
+namespace ev::run_stop {
 
 // A new run: no write has failed, no abort has been seen.
 void Begin();
@@ -43,6 +43,6 @@ bool Requested();
 // Source reader only.
 bool ReaderStops(_KALU_Error runStatus, _KALU_Error* status);
 
-}  // namespace run_stop
+}  // namespace ev::run_stop
 
 #endif  // EXTRACT_RUN_STOP_H_

@@ -1,5 +1,3 @@
-#include "extract_verify/extraction.h"
-
 #include <pthread.h>
 
 #include <cerrno>
@@ -9,16 +7,26 @@
 #include "extract/archive_input.h"
 #include "extract/extract_thread.h"
 #include "extract/package_reads.h"
-#include "extract_verify/buffers.h"
 #include "extract/run_state_internal.h"
 #include "extract/run_stop.h"
+#include "extract_verify/buffers.h"
+#include "extract_verify/extraction.h"
+#include "extract_verify/resources.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
 #include "platform/thread.h"
-#include "extract_verify/resources.h"
 #if EV_HAVE_ISAL
 #include "extract/tar_inflater.h"
 #endif
+
+namespace extract_progress = ev::extract_progress;
+namespace platform = ev::platform;
+namespace run_stop = ev::run_stop;
+using ev::ArchiveInput;
+using ev::extractThread;
+using ev::ExtractThreadArgs;
+using ev::kLogError;
+using ev::kLogInfo;
 
 namespace {
 

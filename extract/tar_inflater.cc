@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "extract/package_reads.h"
-#include "extract_verify/buffers.h"
 #include "extract/run_stop.h"
+#include "extract_verify/buffers.h"
 
 namespace ev {
 

@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "extract_verify/extraction.h"
-#include "fuzz/harness.h"
 #include "extract_verify/manifest.h"
-#include "platform/hxconfig/HXConfigReader.h"
 #include "extract_verify/verify.h"
+#include "fuzz/harness.h"
+#include "platform/hxconfig/HXConfigReader.h"
 
 #define EV_TARGET_IS(name) (std::string(EV_FUZZ_TARGET) == name)
 

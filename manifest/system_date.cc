@@ -1,10 +1,11 @@
-#include "extract_verify/manifest.h"
-
 #include <errno.h>
 #include <stdio.h>
 #include <string.h>
 
+#include "extract_verify/manifest.h"
 #include "platform/process.h"
+
+namespace platform = ev::platform;
 
 namespace {
 

@@ -1,12 +1,13 @@
-#include "extract_verify/manifest.h"
-
 #include <stdio.h>
 
 #include <memory>
 
+#include "extract_verify/manifest.h"
 #include "platform/file_io.h"
 #include "platform/hxconfig/HXConfigReader.h"
 #include "platform/log.h"
+
+namespace platform = ev::platform;
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <time.h>
 #endif
 
-namespace platform {
+namespace ev::platform {
 
 #if defined(__QNXNTO__)
 
@@ -36,4 +36,4 @@ timespec DeadlineIn(int milliseconds) {
   return deadline;
 }
 
-}  // namespace platform
+}  // namespace ev::platform

@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-namespace platform {
+namespace ev::platform {
 
 uint64_t ClockCycles();
 uint64_t CyclesPerSecond();
@@ -19,6 +19,6 @@ uint64_t CyclesPerSecond();
 // with a deadline measure (pthread_cond_timedwait's default).
 timespec DeadlineIn(int milliseconds);
 
-}  // namespace platform
+}  // namespace ev::platform
 
 #endif  // PLATFORM_CLOCK_H_

@@ -15,9 +15,7 @@
 
 #include <atomic>
 
-#include "testing/seams.h"
-
-namespace platform {
+namespace ev::platform {
 
 namespace {
 
@@ -195,4 +193,4 @@ void InjectReadFailureAfter(int64_t bytes) {
 }
 #endif
 
-}  // namespace platform
+}  // namespace ev::platform

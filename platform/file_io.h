@@ -17,7 +17,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace platform {
+namespace ev::platform {
 
 int OpenReadOnly(const char* path);
 // Write only, created and truncated, permission bits 0666 less the umask.
@@ -50,6 +50,11 @@ bool IsSymbolicLink(const char* path);
 bool SameFile(const char* first, const char* second);
 int RemoveFile(const char* path);
 
-}  // namespace platform
+// Test hook, in the test build only: once `bytes` more bytes have been read
+// through ReadBlocks and Read, every further read fails with EIO. A negative
+// value turns the fault off. Any thread.
+void InjectReadFailureAfter(int64_t bytes);
+
+}  // namespace ev::platform
 
 #endif  // PLATFORM_FILE_IO_H_

@@ -11,23 +11,27 @@
 
 #include "platform/hxlog/hxlog.h"
 
+namespace ev {
+
 enum { kLogInfo = 23, kLogError = 31 };
 
-inline bool EvLogEnabled(int level) {
+inline bool LogEnabled(int level) {
   return (g_LumLogParams.logMask.load(std::memory_order_relaxed) & (1u << level)) != 0;
 }
 
+}  // namespace ev
+
 // Logs under the name `function`: for helpers that speak for the entry
 // point they serve, so that all of its messages carry one name.
-#define EV_LOG_AS(function, level, ...)                                         \
-  do {                                                                          \
-    if (EvLogEnabled(level)) HxLog(__LINE__, (level), (function), __VA_ARGS__); \
+#define EV_LOG_AS(function, level, ...)                                             \
+  do {                                                                              \
+    if (::ev::LogEnabled(level)) HxLog(__LINE__, (level), (function), __VA_ARGS__); \
   } while (0)
 
 #define EV_LOG(level, ...) EV_LOG_AS(__func__, level, __VA_ARGS__)
 
-#define EV_LOG_INFO(...) EV_LOG(kLogInfo, __VA_ARGS__)
-#define EV_LOG_ERROR(...) EV_LOG(kLogError, __VA_ARGS__)
+#define EV_LOG_INFO(...) EV_LOG(::ev::kLogInfo, __VA_ARGS__)
+#define EV_LOG_ERROR(...) EV_LOG(::ev::kLogError, __VA_ARGS__)
 
 // One text on both channels: printed with a line end, logged without one.
 // For the messages whose wording is the library's own, so that the printed

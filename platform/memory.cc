@@ -2,7 +2,7 @@
 
 #include <sys/mman.h>
 
-namespace platform {
+namespace ev::platform {
 
 void* MapPages(size_t bytes) {
   void* pages = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -13,4 +13,4 @@ void UnmapPages(void* pages, size_t bytes) {
   if (pages != nullptr) munmap(pages, bytes);
 }
 
-}  // namespace platform
+}  // namespace ev::platform

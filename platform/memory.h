@@ -9,7 +9,7 @@
 
 #include <cstddef>
 
-namespace platform {
+namespace ev::platform {
 
 // Private, readable and writable pages of `bytes` bytes, not yet touched (so
 // not yet resident); null when the system refuses them.
@@ -18,6 +18,6 @@ void* MapPages(size_t bytes);
 // Returns a block from MapPages, `bytes` as given there, to the system.
 void UnmapPages(void* pages, size_t bytes);
 
-}  // namespace platform
+}  // namespace ev::platform
 
 #endif  // PLATFORM_MEMORY_H_

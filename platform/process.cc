@@ -5,9 +5,7 @@
 
 #include <atomic>
 
-#include "testing/seams.h"
-
-namespace platform {
+namespace ev::platform {
 
 namespace {
 
@@ -37,4 +35,4 @@ void InjectCommandStartFailure(bool fail) {
 }
 #endif
 
-}  // namespace platform
+}  // namespace ev::platform

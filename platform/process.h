@@ -10,11 +10,15 @@
 
 #include <cstdio>
 
-namespace platform {
+namespace ev::platform {
 
 FILE* OpenCommandOutput(const char* command);
 int CloseCommandOutput(FILE* stream);
 
-}  // namespace platform
+// Test hook, in the test build only: while set, OpenCommandOutput fails with
+// EAGAIN without starting anything. Any thread.
+void InjectCommandStartFailure(bool fail);
+
+}  // namespace ev::platform
 
 #endif  // PLATFORM_PROCESS_H_

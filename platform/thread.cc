@@ -7,7 +7,7 @@
 #include <sys/neutrino.h>
 #endif
 
-namespace platform {
+namespace ev::platform {
 
 int StartThread(pthread_t* id, void* (*entry)(void*), void* argument) {
   return pthread_create(id, nullptr, entry, argument);
@@ -46,4 +46,4 @@ int SetCurrentThreadPriority(int priority) {
   return pthread_setschedprio(pthread_self(), priority);
 }
 
-}  // namespace platform
+}  // namespace ev::platform

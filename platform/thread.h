@@ -11,7 +11,7 @@
 
 #include <pthread.h>
 
-namespace platform {
+namespace ev::platform {
 
 // Starts entry(argument) on a new thread with default attributes; 0 or the
 // error number of the refusal. Any thread.
@@ -30,6 +30,6 @@ int CurrentThreadPriority();
 // Asks for a new priority of the calling thread; returns 0 or an error number.
 int SetCurrentThreadPriority(int priority);
 
-}  // namespace platform
+}  // namespace ev::platform
 
 #endif  // PLATFORM_THREAD_H_

@@ -1,9 +1,9 @@
-#include "extract_verify/status.h"
+#include "status/kalu_status.h"
 
 #include <cstring>
 #include <new>
 
-#include "testing/seams.h"
+#include "extract_verify/status.h"
 
 namespace {
 
@@ -32,15 +32,15 @@ constexpr std::size_t kTableBytes = CKALUStatus::kSlotCount * CKALUStatus::kSlot
 char* NothrowAllocate(std::size_t bytes) { return new (std::nothrow) char[bytes]; }
 
 #if defined(EV_TEST_SEAMS)
-kalu_status_internal::TableAllocator g_allocateTable = NothrowAllocate;
+ev::TableAllocator g_allocateTable = NothrowAllocate;
 #else
-constexpr kalu_status_internal::TableAllocator g_allocateTable = NothrowAllocate;
+constexpr ev::TableAllocator g_allocateTable = NothrowAllocate;
 #endif
 
 }  // namespace
 
 #if defined(EV_TEST_SEAMS)
-namespace kalu_status_internal {
+namespace ev {
 
 TableAllocator SetTableAllocator(TableAllocator allocator) {
   TableAllocator previous = g_allocateTable;
@@ -48,7 +48,7 @@ TableAllocator SetTableAllocator(TableAllocator allocator) {
   return previous;
 }
 
-}  // namespace kalu_status_internal
+}  // namespace ev
 #endif
 
 char* CKALUStatus::m_arcEnums = nullptr;

@@ -1,9 +1,8 @@
-#include "extract_verify/resources.h"
-
 #include <archive.h>
 
 #include <cstdio>
 
+#include "extract_verify/resources.h"
 #include "platform/log.h"
 
 ArchiveObject::ArchiveObject(archive* a) : m_archive(a) {

@@ -1,10 +1,11 @@
-#include "extract_verify/resources.h"
-
 #include <cerrno>
 #include <cstdio>
 
+#include "extract_verify/resources.h"
 #include "platform/file_io.h"
 #include "platform/log.h"
+
+namespace platform = ev::platform;
 
 FileHandle::FileHandle(int fd) : m_fd(fd) {
   if (m_fd < 0) {

@@ -5,7 +5,6 @@
 #include <stdexcept>
 
 #include "platform/log.h"
-#include "testing/seams.h"
 
 namespace {
 
@@ -15,22 +14,22 @@ int DefaultMutexDestroy(pthread_mutex_t* mutex) { return pthread_mutex_destroy(m
 int DefaultCondDestroy(pthread_cond_t* cond) { return pthread_cond_destroy(cond); }
 
 #if defined(EV_TEST_SEAMS)
-sync_internal::MutexInit g_mutexInit = DefaultMutexInit;
-sync_internal::CondInit g_condInit = DefaultCondInit;
-sync_internal::MutexDestroy g_mutexDestroy = DefaultMutexDestroy;
-sync_internal::CondDestroy g_condDestroy = DefaultCondDestroy;
+ev::MutexInit g_mutexInit = DefaultMutexInit;
+ev::CondInit g_condInit = DefaultCondInit;
+ev::MutexDestroy g_mutexDestroy = DefaultMutexDestroy;
+ev::CondDestroy g_condDestroy = DefaultCondDestroy;
 #else
 // Without the test hooks the calls are fixed.
-constexpr sync_internal::MutexInit g_mutexInit = DefaultMutexInit;
-constexpr sync_internal::CondInit g_condInit = DefaultCondInit;
-constexpr sync_internal::MutexDestroy g_mutexDestroy = DefaultMutexDestroy;
-constexpr sync_internal::CondDestroy g_condDestroy = DefaultCondDestroy;
+constexpr ev::MutexInit g_mutexInit = DefaultMutexInit;
+constexpr ev::CondInit g_condInit = DefaultCondInit;
+constexpr ev::MutexDestroy g_mutexDestroy = DefaultMutexDestroy;
+constexpr ev::CondDestroy g_condDestroy = DefaultCondDestroy;
 #endif
 
 }  // namespace
 
 #if defined(EV_TEST_SEAMS)
-namespace sync_internal {
+namespace ev {
 
 void SetInitFunctions(MutexInit mutexInit, CondInit condInit) {
   g_mutexInit = mutexInit != nullptr ? mutexInit : DefaultMutexInit;
@@ -42,7 +41,7 @@ void SetDestroyFunctions(MutexDestroy mutexDestroy, CondDestroy condDestroy) {
   g_condDestroy = condDestroy != nullptr ? condDestroy : DefaultCondDestroy;
 }
 
-}  // namespace sync_internal
+}  // namespace ev
 #endif
 
 Mutex::Mutex() {

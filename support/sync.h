@@ -9,6 +9,8 @@
 #include "extract_verify/resources.h"
 #include "extract_verify/thread_annotations.h"
 
+namespace ev {
+
 // Holds a Mutex for the lifetime of the object, the one way the library
 // takes a lock. wait and signal act on a condition paired with that mutex.
 class EV_SCOPED_CAPABILITY MutexLock {
@@ -29,5 +31,17 @@ class EV_SCOPED_CAPABILITY MutexLock {
  private:
   Mutex& m_mutex;
 };
+
+// Test hooks, in the test build only: the initialisation and destruction
+// calls of Mutex and Cond, so that a test can make them fail; null restores
+// the default. Any thread, between runs.
+using MutexInit = int (*)(pthread_mutex_t*);
+using CondInit = int (*)(pthread_cond_t*);
+using MutexDestroy = int (*)(pthread_mutex_t*);
+using CondDestroy = int (*)(pthread_cond_t*);
+void SetInitFunctions(MutexInit mutexInit, CondInit condInit);
+void SetDestroyFunctions(MutexDestroy mutexDestroy, CondDestroy condDestroy);
+
+}  // namespace ev
 
 #endif  // SUPPORT_SYNC_H_

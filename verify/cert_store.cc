@@ -1,11 +1,10 @@
-#include "extract_verify/verify.h"
-
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/x509_vfy.h>
 
 #include <cstdio>
 
+#include "extract_verify/verify.h"
 #include "platform/log.h"
 #include "verify/library_context.h"
 
@@ -22,8 +21,8 @@ X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* cer
     return nullptr;
   }
   if (certFile != nullptr) {
-    if (!X509_LOOKUP_load_file_ex(lookup, certFile, X509_FILETYPE_PEM,
-                                  verify_internal::LibraryContext(), nullptr)) {
+    if (!X509_LOOKUP_load_file_ex(lookup, certFile, X509_FILETYPE_PEM, ev::LibraryContext(),
+                                  nullptr)) {
       if (diagnostics != nullptr) BIO_printf(diagnostics, "Error loading file %s\n", certFile);
       printf("Error loading file %s\n", certFile);
       EV_LOG_ERROR("Error loading file %s ", certFile);
@@ -31,8 +30,7 @@ X509_STORE* create_store(BIO* diagnostics, const char* certFile, const char* cer
       return nullptr;
     }
   } else {
-    X509_LOOKUP_load_file_ex(lookup, nullptr, X509_FILETYPE_DEFAULT,
-                             verify_internal::LibraryContext(), nullptr);
+    X509_LOOKUP_load_file_ex(lookup, nullptr, X509_FILETYPE_DEFAULT, ev::LibraryContext(), nullptr);
   }
 
   lookup = X509_STORE_add_lookup(store, X509_LOOKUP_hash_dir());

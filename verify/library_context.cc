@@ -1,6 +1,6 @@
 #include "verify/library_context.h"
 
-namespace verify_internal {
+namespace ev {
 
 // Never freed: OpenSSL frees its own state at exit, and a context freed by a
 // static destructor might outlive it. The context stays reachable.
@@ -9,4 +9,4 @@ OSSL_LIB_CTX* LibraryContext() {
   return context;
 }
 
-}  // namespace verify_internal
+}  // namespace ev

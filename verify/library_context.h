@@ -18,10 +18,10 @@
 
 #include <openssl/crypto.h>
 
-namespace verify_internal {
+namespace ev {
 
 OSSL_LIB_CTX* LibraryContext();
 
-}  // namespace verify_internal
+}  // namespace ev
 
 #endif  // VERIFY_LIBRARY_CONTEXT_H_

@@ -7,15 +7,15 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "platform/file_io.h"
-#include "platform/log.h"
 #include "extract_verify/status.h"
 #include "extract_verify/verify.h"
+#include "platform/file_io.h"
+#include "platform/log.h"
 #include "support/openssl_owners.h"
 #include "verify/revocation.h"
 #include "verify/verify_common.h"
 
-namespace verify_internal {
+namespace ev {
 namespace {
 
 // Follows either check's own failure report: OpenSSL's error text does not
@@ -124,4 +124,4 @@ unsigned int RunPkcs7Check(const Pkcs7Check& check, const Pkcs7CheckCall& call) 
   return verified ? KALU_NO_ERR : SIGN_ERR01;
 }
 
-}  // namespace verify_internal
+}  // namespace ev

@@ -16,7 +16,7 @@
 
 #include <string>
 
-namespace verify_internal {
+namespace ev {
 
 // One failure message: `printed` goes to standard output through printf,
 // `logged` to the platform log at `level`. Both formats take the same
@@ -59,6 +59,6 @@ struct Pkcs7Check {
 // released before it returns.
 unsigned int RunPkcs7Check(const Pkcs7Check& check, const Pkcs7CheckCall& call);
 
-}  // namespace verify_internal
+}  // namespace ev
 
 #endif  // VERIFY_PKCS7_CHECK_H_

@@ -2,7 +2,7 @@
 
 #include <openssl/x509.h>
 
-namespace verify_internal {
+namespace ev {
 
 namespace {
 
@@ -53,4 +53,4 @@ bool FoundSignerRevoked(X509_STORE* store) {
   return X509_STORE_get_ex_data(store, RevokedMarkSlot()) != nullptr;
 }
 
-}  // namespace verify_internal
+}  // namespace ev

@@ -17,7 +17,7 @@
 
 #include <openssl/x509_vfy.h>
 
-namespace verify_internal {
+namespace ev {
 
 // When `store` holds a CRL, installs the verification callback that consults
 // CRLs as above and returns X509_V_FLAG_CRL_CHECK, the flag the verification
@@ -28,6 +28,6 @@ unsigned long ConsultRevocationLists(X509_STORE* store);
 // True once a verification made with `store` refused a revoked signer.
 bool FoundSignerRevoked(X509_STORE* store);
 
-}  // namespace verify_internal
+}  // namespace ev
 
 #endif  // VERIFY_REVOCATION_H_

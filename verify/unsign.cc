@@ -1,5 +1,3 @@
-#include "extract_verify/verify.h"
-
 #include <openssl/asn1.h>
 #include <openssl/err.h>
 #include <openssl/objects.h>
@@ -12,9 +10,13 @@
 #include <ctime>
 #include <string>
 
+#include "extract_verify/verify.h"
 #include "platform/log.h"
 #include "verify/pkcs7_check.h"
 #include "verify/verify_common.h"
+
+using ev::kLogError;
+using ev::kLogInfo;
 
 namespace {
 
@@ -71,8 +73,8 @@ bool CarriedCertificateStart(PKCS7* p7, unsigned int& verificationTime) {
   return true;
 }
 
-void ReportErrorText(const verify_internal::Pkcs7CheckCall&, unsigned long error) {
-  const std::string details = verify_internal::ErrorText(error);
+void ReportErrorText(const ev::Pkcs7CheckCall&, unsigned long error) {
+  const std::string details = ev::ErrorText(error);
   printf("Verification Failed PKCS7_verify() - Error Details:%s\n", details.c_str());
   EV_LOG_AS(kName, kLogError, "Verification Failed PKCS7_verify() - Error Details:%s ",
             details.c_str());
@@ -81,7 +83,7 @@ void ReportErrorText(const verify_internal::Pkcs7CheckCall&, unsigned long error
 // The carried certificates are offered for building the chain (here only
 // the signer's own, so the certificate file must hold the rest of it); CRLs
 // carried in the structure are ignored.
-const verify_internal::Pkcs7Check kUnsignCheck = {
+const ev::Pkcs7Check kUnsignCheck = {
     kName,
     {"Failed Del: %s / %d", "Failed Del: %s / %d ", kLogError},
     {"Version Der Buffer is NULL\n", "Version Der Buffer is NULL", kLogInfo},
@@ -139,7 +141,7 @@ int EVGetTimefrmASN1Format(asn1_string_st* time, unsigned int& seconds) {
 unsigned int EV_Unsign_using_date(const char* manifestPath, const char* certFilePath,
                                   const unsigned char* derBuffer, int derLength) {
   EV_LOG_ENTER();
-  const unsigned int result = verify_internal::RunPkcs7Check(
+  const unsigned int result = ev::RunPkcs7Check(
       kUnsignCheck, {manifestPath, manifestPath, certFilePath, derBuffer, derLength});
   EV_LOG_LEAVE();
   return result;

@@ -1,14 +1,16 @@
-#include "extract_verify/verify.h"
-
 #include <openssl/pkcs7.h>
 
 #include <cstdio>
 #include <iostream>
 #include <string>
 
+#include "extract_verify/verify.h"
 #include "platform/log.h"
 #include "verify/pkcs7_check.h"
 #include "verify/verify_common.h"
+
+using ev::kLogError;
+using ev::kLogInfo;
 
 namespace {
 
@@ -35,9 +37,9 @@ bool BuiltInTime(PKCS7*, unsigned int& verificationTime) {
   return false;
 }
 
-void ReportWithPaths(const verify_internal::Pkcs7CheckCall& call, unsigned long error) {
+void ReportWithPaths(const ev::Pkcs7CheckCall& call, unsigned long error) {
   std::cout << "Verification Failure. Error= " << error << "\n";
-  std::cout << "Error details=" << verify_internal::ErrorText(error) << "\n";
+  std::cout << "Error details=" << ev::ErrorText(error) << "\n";
   printf("Verification failed on given DerFile:%s, CertFile:%s \n", call.pathArgument,
          call.certFilePath);
   EV_LOG_AS(kName, kLogInfo, "Verification failed on given DerFile:%s, CertFile:%s",
@@ -46,7 +48,7 @@ void ReportWithPaths(const verify_internal::Pkcs7CheckCall& call, unsigned long 
 
 // Only the certificate file builds the chain: certificates carried in the
 // structure are not taken as intermediates, and its CRLs are ignored.
-const verify_internal::Pkcs7Check kDatedCheck = {
+const ev::Pkcs7Check kDatedCheck = {
     kName,
     {"Remove Failed -%s / Err: %d", "Remove Failed -%s / Err: %d ", kLogError},
     {"ERR: File open failed\n", "ERR: File open failed", kLogError},
@@ -72,9 +74,9 @@ bool GetTimeFromFile(unsigned int& verificationTime) {
 unsigned int openSSL_VerifyBasedOnDate(const char* derFilePath, const char* certFilePath,
                                        const unsigned char* derBuffer, int derLength) {
   EV_LOG_ENTER();
-  const verify_internal::Pkcs7CheckCall call = {derFilePath, ManifestPathFor(derFilePath),
-                                                certFilePath, derBuffer, derLength};
-  const unsigned int result = verify_internal::RunPkcs7Check(kDatedCheck, call);
+  const ev::Pkcs7CheckCall call = {derFilePath, ManifestPathFor(derFilePath), certFilePath,
+                                   derBuffer, derLength};
+  const unsigned int result = ev::RunPkcs7Check(kDatedCheck, call);
   EV_LOG_LEAVE();
   return result;
 }

@@ -11,7 +11,7 @@
 #include "verify/library_context.h"
 #include "verify/revocation.h"
 
-namespace verify_internal {
+namespace ev {
 
 void LoadOpenSslTables() {
   // In OpenSSL 3 both calls are effectively no-ops: initialisation is
@@ -63,4 +63,4 @@ std::string ErrorText(unsigned long code) {
   return text;
 }
 
-}  // namespace verify_internal
+}  // namespace ev

@@ -17,7 +17,7 @@
 
 #include "support/openssl_owners.h"
 
-namespace verify_internal {
+namespace ev {
 
 // Loads the algorithm and error-string tables (repeat calls are harmless).
 void LoadOpenSslTables();
@@ -38,6 +38,6 @@ ParamSetup ApplySmimeSignParams(X509_STORE* store, unsigned int checkTime);
 // OpenSSL's one-line text for an error code.
 std::string ErrorText(unsigned long code);
 
-}  // namespace verify_internal
+}  // namespace ev
 
 #endif  // VERIFY_VERIFY_COMMON_H_

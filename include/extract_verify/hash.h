@@ -8,6 +8,7 @@
 #define EXTRACT_VERIFY_HASH_H_
 
 #include <openssl/sha.h>
+
 #include <cstdint>
 #include <utility>
 

@@ -18,7 +18,7 @@
 #include <sstream>
 #include <thread>
 
-#include "testing/seams.h"
+#include "platform/file_io.h"
 #if EV_HAVE_ISAL
 #include "extract/tar_inflater.h"
 #endif
@@ -246,9 +246,9 @@ class FailingReads : public FaultTest, public ::testing::WithParamInterface<Read
 TEST_P(FailingReads, FailTheRunUnlessPastTheEnd) {
   const int64_t size = static_cast<int64_t>(BuildLarge());
   const int64_t budget = static_cast<int64_t>(GetParam().share * size) + GetParam().offset;
-  platform::InjectReadFailureAfter(budget);
+  ev::platform::InjectReadFailureAfter(budget);
   RunResult run = Run(m_package);
-  platform::InjectReadFailureAfter(-1);
+  ev::platform::InjectReadFailureAfter(-1);
   if (budget + (64 << 10) <= size) {
     EXPECT_EQ(run.status, PKG_ERR03);
     EXPECT_TRUE(run.Printed("Failed to read contents\n"));

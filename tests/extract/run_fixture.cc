@@ -11,8 +11,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "extract_verify/buffers.h"
 #include "extract/run_state_internal.h"
+#include "extract_verify/buffers.h"
 #include "tests/testsupport/capture.h"
 
 namespace runtest {
@@ -115,7 +115,7 @@ RunResult RunTest::Run(const std::string& packagePath, const RunOptions& options
   {
     testsupport::LogCapture logs;
     testsupport::OutputCapture output;
-    extract_progress::Begin();  // no progress left from an earlier run
+    ev::extract_progress::Begin();  // no progress left from an earlier run
     std::atomic<bool> done{false};
     std::thread runner([&] {
       result.status =

@@ -1,7 +1,5 @@
 // The system date query: today's date as the date command prints it, its
 // whole output whatever it is, and nothing when the command cannot run.
-#include "extract_verify/manifest.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -9,7 +7,8 @@
 #include <ctime>
 #include <string>
 
-#include "testing/seams.h"
+#include "extract_verify/manifest.h"
+#include "platform/process.h"
 #include "tests/testsupport/temp_dir.h"
 
 namespace {
@@ -24,9 +23,9 @@ std::string Today() {
 TEST(SystemDateTest, IsTheDateCommandsWholeOutputOrEmpty) {
   const std::string before = Today(), date = _GetSystemDate(), after = Today();
   EXPECT_TRUE(date == before || date == after) << date;
-  platform::InjectCommandStartFailure(true);
+  ev::platform::InjectCommandStartFailure(true);
   EXPECT_EQ(_GetSystemDate(), "");
-  platform::InjectCommandStartFailure(false);
+  ev::platform::InjectCommandStartFailure(false);
 
   const std::string savedPath = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
   testsupport::TempDir bin;

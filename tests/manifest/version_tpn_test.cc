@@ -1,14 +1,13 @@
 // The manifest parser: header and file list, the end-of-list rule, sizes,
 // the image index and what a failure keeps. The texts of a parse are checked
 // by the runs.
-#include "extract_verify/manifest.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "extract_verify/manifest.h"
 #include "tests/testsupport/temp_dir.h"
 
 namespace {

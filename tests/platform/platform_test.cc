@@ -63,22 +63,22 @@ TEST(FileIo, OffsetsPastFourGibibytesAreKept) {
   testsupport::TempDir dir;
   const int64_t offset = int64_t{5} << 30;
   const std::string data = "data past 4 GiB" + std::string(1009, 'x');  // two blocks
-  int out = platform::OpenForWriting(dir.file("sparse").c_str());
-  const int written = platform::WriteBlocks(out, 512, offset / 512, 2, data.data());
-  platform::Close(out);
+  int out = ev::platform::OpenForWriting(dir.file("sparse").c_str());
+  const int written = ev::platform::WriteBlocks(out, 512, offset / 512, 2, data.data());
+  ev::platform::Close(out);
   if (written < 0 && errno == EFBIG) GTEST_SKIP() << "the file system holds no such file";
   ASSERT_EQ(written, 2);
-  int in = platform::OpenReadOnly(dir.file("sparse").c_str());
+  int in = ev::platform::OpenReadOnly(dir.file("sparse").c_str());
   int64_t size = -1;
-  EXPECT_EQ(platform::FileSize(in, &size), 0);
+  EXPECT_EQ(ev::platform::FileSize(in, &size), 0);
   EXPECT_EQ(size, offset + 1024);
   std::string read(1024, '\0');
-  EXPECT_EQ(platform::ReadBlocks(in, 512, offset / 512, 2, read.data()), 2);
+  EXPECT_EQ(ev::platform::ReadBlocks(in, 512, offset / 512, 2, read.data()), 2);
   EXPECT_EQ(read, data);
-  ASSERT_EQ(platform::SetPosition(in, offset + 512), 0);
-  EXPECT_EQ(platform::Read(in, read.data(), 1024), 512);
+  ASSERT_EQ(ev::platform::SetPosition(in, offset + 512), 0);
+  EXPECT_EQ(ev::platform::Read(in, read.data(), 1024), 512);
   EXPECT_EQ(read.substr(0, 512), data.substr(512));
-  platform::Close(in);
+  ev::platform::Close(in);
 }
 
 }  // namespace

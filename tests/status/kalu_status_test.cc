@@ -1,13 +1,13 @@
 // The status names: every named value spelled exactly, the unnamed and
 // out-of-range values, and a table that cannot be allocated.
-#include "extract_verify/status.h"
+#include "status/kalu_status.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
 #include <string>
 
-#include "testing/seams.h"
+#include "extract_verify/status.h"
 
 namespace {
 
@@ -54,12 +54,12 @@ char* FailingAllocator(size_t) { return nullptr; }
 TEST(KaluStatus, TableThatCannotBeAllocatedIsReportedAndRetried) {
   char* savedTable = CKALUStatus::m_arcEnums;
   CKALUStatus::m_arcEnums = nullptr;
-  auto savedAllocator = kalu_status_internal::SetTableAllocator(FailingAllocator);
+  auto savedAllocator = ev::SetTableAllocator(FailingAllocator);
   EXPECT_STREQ(NameOf(PKG_ERR03), "::ENUM INIT FAILED::");
   EXPECT_STREQ(NameOf(-1), "::INVALID ENUM::");
-  kalu_status_internal::SetTableAllocator(nullptr);
+  ev::SetTableAllocator(nullptr);
   EXPECT_STREQ(NameOf(NAVVOICE_ERR01), "NAVVOICE_ERR01");
-  kalu_status_internal::SetTableAllocator(savedAllocator);
+  ev::SetTableAllocator(savedAllocator);
   delete[] CKALUStatus::m_arcEnums;
   CKALUStatus::m_arcEnums = savedTable;
 }

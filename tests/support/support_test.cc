@@ -11,10 +11,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "extract_verify/resources.h"
 #include "extract_verify/hash.h"
+#include "extract_verify/resources.h"
 #include "support/sync.h"
-#include "testing/seams.h"
 #include "tests/testsupport/capture.h"
 
 namespace {
@@ -96,21 +95,21 @@ std::string ErrorOf(Make make) {
 TEST(Sync, FailuresArePrintedAndLoggedAndOnlyAFailedInitThrows) {
   LogCapture log;
   OutputCapture out;
-  sync_internal::SetInitFunctions([](pthread_mutex_t*) { return EAGAIN; }, nullptr);
+  ev::SetInitFunctions([](pthread_mutex_t*) { return EAGAIN; }, nullptr);
   EXPECT_EQ(ErrorOf([] { Mutex mutex; }), "Failed to create mutex");
-  sync_internal::SetInitFunctions(nullptr, [](pthread_cond_t*) { return ENOMEM; });
+  ev::SetInitFunctions(nullptr, [](pthread_cond_t*) { return ENOMEM; });
   EXPECT_EQ(ErrorOf([] { Mutex mutex; }), "");
   EXPECT_EQ(ErrorOf([] { Cond cond; }), "Failed to create cond");
-  sync_internal::SetInitFunctions(nullptr, nullptr);
+  ev::SetInitFunctions(nullptr, nullptr);
   // The real destruction still runs; only its result is replaced.
-  sync_internal::SetDestroyFunctions(
+  ev::SetDestroyFunctions(
       [](pthread_mutex_t* mutex) { return pthread_mutex_destroy(mutex) == 0 ? EBUSY : -1; },
       [](pthread_cond_t* cond) { return pthread_cond_destroy(cond) == 0 ? EINVAL : -1; });
   {  // a destructor that threw would end the process
     Mutex mutex;
     Cond cond;
   }
-  sync_internal::SetDestroyFunctions(nullptr, nullptr);
+  ev::SetDestroyFunctions(nullptr, nullptr);
   EXPECT_EQ(out.Finish(),
             "Failed to create mutex: 11\nFailed to create cond: 12\n"
             "Failed to destroy cond: 22\nFailed to destroy mutex: 16\n");

@@ -1,6 +1,8 @@
 // The two signature checks of Version.der and the certificate store they
 // share: verdicts, the exact texts printed and logged, the output file, and
 // the conversion of certificate times. Keys and certificates are made here.
+#include "extract_verify/verify.h"
+
 #include <gtest/gtest.h>
 #include <openssl/bio.h>
 #include <openssl/evp.h>
@@ -16,12 +18,11 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "extract_verify/status.h"
 #include "extract_verify/hash.h"
+#include "extract_verify/status.h"
 #include "tests/testsupport/capture.h"
 #include "tests/testsupport/signed_package.h"
 #include "tests/testsupport/temp_dir.h"
-#include "extract_verify/verify.h"
 
 namespace {
 

@@ -30,7 +30,7 @@ std::string ErrorText(archive* reader) {
 bool ReadEntryData(archive* reader, ScannedEntry& entry, ArchiveScan& scan) {
   std::unique_ptr<EVP_MD_CTX, DigestFree> digest(EVP_MD_CTX_new());
   EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr);
-  const bool signedManifest = IsSignedManifestName(entry.name);
+  const bool signedManifest = ev::IsSignedManifestName(entry.name);
   std::vector<unsigned char> piece(signedManifest ? kMaxSignedManifestBytes : 1 << 16);
   for (;;) {
     if (signedManifest) piece.assign(kMaxSignedManifestBytes, 0);

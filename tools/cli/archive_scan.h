@@ -16,7 +16,7 @@
 namespace cli {
 
 // Largest piece of Version.der that the extractor verifies at once.
-constexpr size_t kMaxSignedManifestBytes = kManifestReadSize;
+constexpr size_t kMaxSignedManifestBytes = ev::kManifestReadSize;
 
 struct ScannedEntry {
   std::string name;

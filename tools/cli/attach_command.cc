@@ -49,9 +49,9 @@ std::vector<unsigned char> ReadSignature(const std::string& path) {
 // The unsigned package's entries, its manifest first.
 ArchiveScan ScanUnsigned(const std::string& package) {
   ArchiveScan scan = ScanArchive(package);
-  if (scan.entries.empty() || scan.entries.front().name != kManifestFileName) {
+  if (scan.entries.empty() || scan.entries.front().name != ev::kManifestFileName) {
     throw PackRefused(package + " is not an unsigned package: its first entry is not " +
-                      kManifestFileName);
+                      ev::kManifestFileName);
   }
   return scan;
 }
@@ -61,7 +61,7 @@ ArchiveScan ScanUnsigned(const std::string& package) {
 std::string FirstFinding(ArchiveScan scan, const std::vector<unsigned char>& der,
                          const EV_Version_TPN& manifest) {
   ScannedEntry& signedManifest = scan.entries.front();
-  signedManifest.name = kSignedManifestName;
+  signedManifest.name = ev::kSignedManifestName;
   signedManifest.declaredSize = static_cast<int64_t>(der.size());
   signedManifest.bytes = der.size();
   const PackageFindings findings = CheckAgainstManifest(scan, manifest.m_vecFileInfo);
@@ -103,7 +103,7 @@ int RunAttach(const Options& options) {
   CheckCertificateFile(options.trust);
   const std::vector<unsigned char> der = ReadSignature(options.signature);
   CheckSignatureFitsPackage(options, der, ScanUnsigned(options.package));
-  WriteSignedCopy(options.package, kManifestFileName, der, options.out, options.force,
+  WriteSignedCopy(options.package, ev::kManifestFileName, der, options.out, options.force,
                   options.trust, options.package + " with the signature of " + options.signature);
   return kExitSuccess;
 }

@@ -3,10 +3,10 @@
 #include <fstream>
 #include <sstream>
 
+#include "extract_verify/verify.h"
 #include "tools/cli/signature_check.h"
 #include "tools/cli/stdout_redirect.h"
 #include "tools/cli/temp_directory.h"
-#include "extract_verify/verify.h"
 
 namespace cli {
 

@@ -62,9 +62,9 @@ std::string PackedName(const std::string& path) {
   std::string name = fs::path(path).filename().string();
   const std::string refusal = NameOrSizeRefusal(name, static_cast<int64_t>(fs::file_size(path)));
   if (!refusal.empty()) throw PackRefused(path + ": " + refusal);
-  if (name == kSignedManifestName || name == kManifestFileName) {
+  if (name == ev::kSignedManifestName || name == ev::kManifestFileName) {
     throw PackRefused("a file named " + name + " cannot be packed: the package's own " +
-                      kSignedManifestName + " and the extracted " + kManifestFileName +
+                      ev::kSignedManifestName + " and the extracted " + ev::kManifestFileName +
                       " have that name");
   }
   if (HasControlCharacter(name) || IsBlank(name.front()) || IsBlank(name.back())) {
@@ -157,10 +157,10 @@ namespace {
 
 // Version.der over the manifest, or without a signer the manifest itself.
 package::Entry FirstEntry(PackResult& result, const pki::Identity* signer, const PackStyle& style) {
-  if (signer == nullptr) return package::Entry::File(kManifestFileName, result.manifestText);
+  if (signer == nullptr) return package::Entry::File(ev::kManifestFileName, result.manifestText);
   std::vector<unsigned char> der = SignManifest(result.manifestText, *signer, style.attributes);
   result.signedManifestBytes = der.size();
-  return package::Entry::File(kSignedManifestName, std::string(der.begin(), der.end()));
+  return package::Entry::File(ev::kSignedManifestName, std::string(der.begin(), der.end()));
 }
 
 }  // namespace

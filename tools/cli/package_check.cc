@@ -12,7 +12,7 @@ namespace cli {
 namespace {
 
 bool IsSignedManifest(const ScannedEntry& entry) {
-  return ClassifyEntry(entry.name, entry.declaredSize) == EntryKind::kSignedManifest;
+  return ev::ClassifyEntry(entry.name, entry.declaredSize) == ev::EntryKind::kSignedManifest;
 }
 
 // What the entries before the one being judged leave behind.
@@ -25,10 +25,10 @@ struct WalkSoFar {
 // verified in turn, and only the package's first piece may be accepted.
 std::string ManifestRefusal(const ScannedEntry& entry, WalkSoFar& walk) {
   const uint64_t before = walk.manifestPieces;
-  const uint64_t pieces = ManifestPieceCount(entry.bytes);
+  const uint64_t pieces = ev::ManifestPieceCount(entry.bytes);
   walk.manifestPieces += pieces;
-  if (RefusesManifestPiece(before)) return "a second signed manifest (SIGN_ERR01)";
-  if (pieces > 1 && RefusesManifestPiece(before + 1)) {
+  if (ev::RefusesManifestPiece(before)) return "a second signed manifest (SIGN_ERR01)";
+  if (pieces > 1 && ev::RefusesManifestPiece(before + 1)) {
     return std::to_string(entry.bytes) + " bytes; the extractor verifies at most " +
            std::to_string(kMaxSignedManifestBytes) + " as one signed manifest (SIGN_ERR01)";
   }
@@ -54,8 +54,8 @@ std::string Refusal(const ScannedEntry& entry, WalkSoFar& walk) {
 // byte is written; then its bytes and digest are compared.
 void CompareEntry(const ScannedEntry& entry, const _stVersionInfFileInfo* listed,
                   PackageFindings& findings) {
-  const EntryVerdict verdict =
-      JudgeAgainstManifest(entry.declaredSize, listed != nullptr ? &listed->ullFileSize : nullptr);
+  const ev::EntryVerdict verdict = ev::JudgeAgainstManifest(
+      entry.declaredSize, listed != nullptr ? &listed->ullFileSize : nullptr);
   if (verdict.status != KALU_NO_ERR && listed == nullptr) {
     findings.notInManifest.push_back(entry.name);
   } else if (verdict.status != KALU_NO_ERR || entry.bytes != verdict.byteLimit) {
@@ -71,13 +71,13 @@ void CompareEntry(const ScannedEntry& entry, const _stVersionInfFileInfo* listed
 }  // namespace
 
 std::string NameOrSizeRefusal(const std::string& name, int64_t size) {
-  switch (ClassifyEntry(name, size)) {
-    case EntryKind::kEmpty:
+  switch (ev::ClassifyEntry(name, size)) {
+    case ev::EntryKind::kEmpty:
       return "empty, a directory, a link or a device (the extractor stops here)";
-    case EntryKind::kParentReference:
+    case ev::EntryKind::kParentReference:
       return "name contains \"..\" (the extractor stops here)";
-    case EntryKind::kSignedManifest:
-    case EntryKind::kFile:
+    case ev::EntryKind::kSignedManifest:
+    case ev::EntryKind::kFile:
       break;
   }
   return "";
@@ -101,7 +101,8 @@ PackageFindings CheckAgainstManifest(const ArchiveScan& scan,
   for (const _stVersionInfFileInfo& file : files) listed.emplace(file.strFileName, &file);
   std::set<std::string> inArchive;
   for (const ScannedEntry& entry : scan.entries) {
-    if (!entry.regular || ClassifyEntry(entry.name, entry.declaredSize) != EntryKind::kFile) {
+    if (!entry.regular ||
+        ev::ClassifyEntry(entry.name, entry.declaredSize) != ev::EntryKind::kFile) {
       continue;
     }
     inArchive.insert(entry.name);

@@ -36,7 +36,7 @@ int RunResign(const Options& options) {
   }
   const std::vector<unsigned char> der = SignManifest(
       SignedContent(scan.signedManifestPieces.front()), signer, options.signing.attributes());
-  WriteSignedCopy(options.package, kSignedManifestName, der, options.signing.out,
+  WriteSignedCopy(options.package, ev::kSignedManifestName, der, options.signing.out,
                   options.signing.force, options.signing.trust, options.package + " signed anew");
   return kExitSuccess;
 }

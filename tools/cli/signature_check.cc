@@ -8,9 +8,9 @@
 #include <stdexcept>
 #include <thread>
 
+#include "extract_verify/verify.h"
 #include "support/openssl_owners.h"
 #include "tools/cli/stdout_redirect.h"
-#include "extract_verify/verify.h"
 #include "verify/library_context.h"
 #include "verify/verify_common.h"
 
@@ -20,8 +20,7 @@ namespace {
 
 // Parsed as the checks parse it, in the library's context.
 ev::Pkcs7Ptr ParseSignedData(const std::vector<unsigned char>& der) {
-  ev::Pkcs7Ptr p7 =
-      verify_internal::ParseInLibraryContext(der.data(), static_cast<long>(der.size()));
+  ev::Pkcs7Ptr p7 = ev::ParseInLibraryContext(der.data(), static_cast<long>(der.size()));
   if (p7 && !PKCS7_type_is_signed(p7.get())) p7.reset();
   return p7;
 }
@@ -78,8 +77,8 @@ ev::StorePtr StoreSetUpAsTheChecks(X509* signer, const std::string& trustFile, t
     EVGetTimefrmASN1Format(X509_getm_notBefore(signer), seconds);
   }
   checkTime = static_cast<time_t>(seconds);
-  if (store == nullptr || verify_internal::ApplySmimeSignParams(store.get(), seconds) !=
-                              verify_internal::ParamSetup::kApplied) {
+  if (store == nullptr ||
+      ev::ApplySmimeSignParams(store.get(), seconds) != ev::ParamSetup::kApplied) {
     return nullptr;
   }
   return store;
@@ -91,7 +90,7 @@ ev::StorePtr StoreSetUpAsTheChecks(X509* signer, const std::string& trustFile, t
 // context is an instance of its own, made as the library makes its own.
 struct ChainCheck {
   ev::StorePtr store;
-  ev::StoreContextPtr context{X509_STORE_CTX_new_ex(verify_internal::LibraryContext(), nullptr)};
+  ev::StoreContextPtr context{X509_STORE_CTX_new_ex(ev::LibraryContext(), nullptr)};
   time_t checkTime = 0;
   bool ran = false;  // the steps succeeded and the check was made
   bool verified = false;
