@@ -25,6 +25,10 @@ namespace {
 
 constexpr size_t kBlockSize = 512;
 constexpr int kBlocksPerChunk = HashAndWriteBuffer::kChunkSize / kBlockSize;
+// Every 8 MiB written, the system is asked to start writing them to the
+// disk, so that the run's closing sync does not find the whole package still
+// in memory.
+constexpr uint64_t kWritebackBlocks = (8u << 20) / kBlockSize;
 
 // Writes the chunks of one file in order: a full chunk as 64 blocks at the
 // block number, a short one (only the last chunk of a file is short) with a
@@ -39,6 +43,9 @@ class ChunkWriter {
     if (size == HashAndWriteBuffer::kChunkSize) {
       int blocks = platform::WriteBlocks(m_fd, kBlockSize, m_blockNumber, kBlocksPerChunk, data);
       m_blockNumber += kBlocksPerChunk;
+      if (m_blockNumber % kWritebackBlocks == 0)
+        platform::StartWriteback(m_fd, (m_blockNumber - kWritebackBlocks) * kBlockSize,
+                                 kWritebackBlocks * kBlockSize);
       int64_t done = static_cast<int64_t>(blocks) * static_cast<int64_t>(kBlockSize);
       return account(done, size);
     }
@@ -159,6 +166,8 @@ void* writerThread(void* argument) {
     }
     buffer->readReady(chunk.second);
   }
+  // The file is complete: what is not on its way to the disk yet goes now.
+  if (!failed) platform::StartWriteback(args.fd, 0, 0);
   buffer->closeFile();
   return failed ? &g_writeFailed : nullptr;
 }

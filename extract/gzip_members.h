@@ -31,7 +31,8 @@ namespace ev {
 
 class GzipMembers {
  public:
-  enum : size_t { kInputSize = 32768 };
+  // Eight of the package's chunks.
+  enum : size_t { kInputSize = 8 * 32768 };
 
   enum class Step {
     kOutputFull,  // the output given is full

@@ -100,13 +100,22 @@ void TarInflater::publishFailure() {
   m_ring.writeFailed(m_gzip.failureText());
 }
 
+// Reads up to eight chunks before inflating again: the inflater keeps a copy
+// of its 32 KiB history at the end of every call, which costs little only
+// when a call has much input to work on.
 void TarInflater::readInput(_KALU_Error& status) {
-  const int64_t count = m_reads.read(m_gzip.inputSpace());
-  if (count < 0) status = PKG_ERR03;
-  if (count <= 0) {
-    m_gzip.inputEnded();
-  } else {
+  unsigned char* space = m_gzip.inputSpace();
+  for (size_t room = GzipMembers::kInputSize; room >= PackageReads::kChunkSize;
+       room -= PackageReads::kChunkSize) {
+    const int64_t count = m_reads.read(space);
+    if (count < 0) status = PKG_ERR03;
+    if (count <= 0) {
+      m_gzip.inputEnded();
+      return;
+    }
     m_gzip.inputAdded(static_cast<size_t>(count));
+    if (count < PackageReads::kChunkSize) return;
+    space += count;
   }
 }
 

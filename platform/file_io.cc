@@ -171,6 +171,17 @@ int SetPosition(int fd, uint64_t offset) {
 
 void SyncAll() { sync(); }
 
+void StartWriteback(int fd, uint64_t offset, uint64_t length) {
+#if defined(__linux__)
+  sync_file_range(fd, static_cast<off_t>(offset), static_cast<off_t>(length),
+                  SYNC_FILE_RANGE_WRITE);
+#else
+  (void)fd;
+  (void)offset;
+  (void)length;
+#endif
+}
+
 bool IsReadable(const char* path) { return access(path, R_OK) == 0; }
 
 bool IsSymbolicLink(const char* path) {

@@ -43,6 +43,10 @@ ssize_t Write(int fd, const void* buffer, size_t length);
 int SetPosition(int fd, uint64_t offset);
 
 void SyncAll();
+// Asks the system to start writing a range of an open file to its device
+// without waiting for it, so that a later sync finds less to do. Where the
+// system has no such request, it does nothing.
+void StartWriteback(int fd, uint64_t offset, uint64_t length);
 bool IsReadable(const char* path);
 // Whether `path` itself (not what it leads to) is a symbolic link.
 bool IsSymbolicLink(const char* path);
