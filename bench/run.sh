@@ -11,7 +11,8 @@
 # Installs the Debian packages it compares with when they are missing (with
 # --no-install it leaves out the commands whose tool is missing instead),
 # writes three signed packages with deterministic contents, and then, for each
-# package, runs every command of the list below in turn, the order rotated on
+# package, once the machine is idle again after writing it (at most a minute),
+# runs every command of the list below in turn, the order rotated on
 # every repetition, each into a fresh destination directory under the work
 # directory (default /var/tmp/ev-bench) that is removed (and synced away)
 # outside the timing:
@@ -60,9 +61,9 @@
 #   many   2,000 files of 4 to 64 KiB of mixed compressibility (make_package;
 #          its manifest can list only the first files, so ours fails at the end)
 #
-# Besides the build, a full run takes about four minutes on 2 cores (--bounds
-# included); --quick (packages an eighth of the size, 3 repetitions) about
-# 30 seconds; --smoke (tiny packages, one repetition) a few seconds, and checks
+# Besides the build, a full run takes about seven minutes on 2 cores (--bounds
+# included, 7 repetitions); --quick (packages an eighth of the size, 3
+# repetitions) about a minute; --smoke (tiny packages, one repetition) a few seconds, and checks
 # that everything runs. docs/performance.md has the figures of a full run and
 # how to read them.
 set -euo pipefail
@@ -101,7 +102,7 @@ done
 # repetitions of each mode.
 declare -A sizes
 case $mode in
-  full)  sizes=([large]=1 [wide]=1 [many]="--files 2000"); : "${reps:=5}" "${docs:=1}" ;;
+  full)  sizes=([large]=1 [wide]=1 [many]="--files 2000"); : "${reps:=7}" "${docs:=1}" ;;
   quick) sizes=([large]=8 [wide]=8 [many]="--files 500"); : "${reps:=3}" ;;
   smoke) sizes=([large]=64 [wide]=64 [many]="--files 40"); : "${reps:=1}" ;;
 esac
@@ -164,6 +165,21 @@ other_load() {
   awk -v hz="$(getconf CLK_TCK)" -v cpus="$(nproc)" '
     { wall += $1; own += $2 + $3; busy += $4 / hz }
     END { printf "%.0f%%", (wall > 0) ? 100 * (busy - own) / (wall * cpus) : 0 }' "$work/busy.txt"
+}
+
+# Waits, up to a minute, until the machine has been nearly idle (under 5% of
+# its CPU time busy) for five seconds: writing a package leaves the disk and
+# the kernel busy for a while, and the first repetition would pay for it.
+settle() {
+  local hz before after i
+  hz=$(getconf CLK_TCK)
+  sync
+  for ((i = 0; i < 12; i++)); do
+    before=$(busy_ticks); sleep 5; after=$(busy_ticks)
+    awk -v b=$((after - before)) -v hz="$hz" -v cpus="$(nproc)" \
+      'BEGIN { exit !(b < 0.05 * 5 * hz * cpus) }' && return
+  done
+  log "the machine did not settle within a minute; timing anyway"
 }
 
 # One timed command: appends "package command wall cpu rss_kib voluntary
@@ -236,6 +252,7 @@ bench_package() {
       [files]="exec '$build/bench/file_threads_floor' '$work/src'"
     )
   fi
+  [ "$mode" = smoke ] || settle
   local rep i k
   for ((rep = 0; rep < reps; rep++)); do
     for ((i = 0; i < ${#labels[@]}; i++)); do
