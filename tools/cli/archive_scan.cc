@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "support/hex.h"
+#include "support/openssl_owners.h"
 #include "tools/cli/options.h"
 
 namespace cli {
@@ -15,9 +16,6 @@ namespace {
 
 struct ReaderFree {
   void operator()(archive* reader) const { archive_read_free(reader); }
-};
-struct DigestFree {
-  void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
 };
 
 std::string ErrorText(archive* reader) {
@@ -28,7 +26,7 @@ std::string ErrorText(archive* reader) {
 // Reads the current entry's data, hashing it; the signed manifest's pieces
 // are kept. False (with the error in `scan`) when the data cannot be read.
 bool ReadEntryData(archive* reader, ScannedEntry& entry, ArchiveScan& scan) {
-  std::unique_ptr<EVP_MD_CTX, DigestFree> digest(EVP_MD_CTX_new());
+  ev::OpenSslPtr<EVP_MD_CTX, EVP_MD_CTX_free> digest(EVP_MD_CTX_new());
   EVP_DigestInit_ex(digest.get(), EVP_sha256(), nullptr);
   const bool signedManifest = ev::IsSignedManifestName(entry.name);
   std::vector<unsigned char> piece(signedManifest ? kMaxSignedManifestBytes : 1 << 16);

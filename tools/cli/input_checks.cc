@@ -10,9 +10,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 
+#include "support/openssl_owners.h"
 #include "tools/cli/options.h"
 #include "tools/cli/token_keys.h"
 
@@ -89,8 +89,7 @@ pki::Key ReadPrivateKey(const std::string& path, const std::string& passSource) 
                      "file:PATH or --pass env:NAME");
   }
   std::string pass = encrypted ? PassPhrase(passSource) : std::string();
-  std::unique_ptr<BIO, decltype(&BIO_free)> bio(
-      BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), BIO_free);
+  ev::BioPtr bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
   pki::Key key(PEM_read_bio_PrivateKey(bio.get(), nullptr, GivePassPhrase, &pass));
   if (!key) {
     throw InputError(encrypted ? "the pass phrase does not decrypt the key in " + path
