@@ -1,13 +1,19 @@
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "extract_verify/buffers.h"
+#include "platform/memory.h"
 #include "support/sync.h"
 
 using ev::MutexLock;
 
+namespace platform = ev::platform;
+
 namespace {
+
+const size_t kRingBytes = size_t{ReadAndExtractBuffer::kChunkCount} * ReadAndExtractBuffer::kChunkSize;
 
 uint32_t NextIndex(uint32_t index) {
   return index + 1 == ReadAndExtractBuffer::kChunkCount ? 0 : index + 1;
@@ -16,11 +22,12 @@ uint32_t NextIndex(uint32_t index) {
 }  // namespace
 
 ReadAndExtractBuffer::ReadAndExtractBuffer()
-    : m_data(new unsigned char[size_t{kChunkCount} * kChunkSize]) {
+    : m_data(static_cast<unsigned char*>(platform::MapPages(kRingBytes))) {
+  if (m_data == nullptr) throw std::bad_alloc();
   std::memset(m_lengths, 0, sizeof m_lengths);
 }
 
-ReadAndExtractBuffer::~ReadAndExtractBuffer() = default;
+ReadAndExtractBuffer::~ReadAndExtractBuffer() { platform::UnmapPages(m_data, kRingBytes); }
 
 unsigned char* ReadAndExtractBuffer::nextWrite() {
   uint32_t reserved;
@@ -42,7 +49,7 @@ unsigned char* ReadAndExtractBuffer::nextWrite(uint32_t wanted, uint32_t* reserv
     m_freeCount -= *reserved;
   }
   m_reserveIndex = (index + *reserved) % kChunkCount;
-  return m_data.get() + size_t{index} * kChunkSize;
+  return m_data + size_t{index} * kChunkSize;
 }
 
 void ReadAndExtractBuffer::writeReady(unsigned int length) {
@@ -85,7 +92,7 @@ ExtractChunk ReadAndExtractBuffer::nextExtract() {
     --m_filledCount;
     length = m_lengths[index];
   }
-  return ExtractChunk{m_data.get() + size_t{index} * kChunkSize, length, nullptr};
+  return ExtractChunk{m_data + size_t{index} * kChunkSize, length, nullptr};
 }
 
 void ReadAndExtractBuffer::extractReady() {

@@ -107,7 +107,7 @@ class EV_EXPORT ReadAndExtractBuffer {
   std::atomic<_KALU_Error> m_eStatus{KALU_NO_ERR};
 
  private:
-  std::unique_ptr<unsigned char[]> m_data;
+  unsigned char* m_data;  // kChunkCount chunks, mapped as whole pages
   uint32_t m_lengths[kChunkCount] EV_GUARDED_BY(m_extractLock);
 
   Mutex m_writeLock;
