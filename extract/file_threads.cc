@@ -25,10 +25,13 @@ namespace {
 
 constexpr size_t kBlockSize = 512;
 constexpr int kBlocksPerChunk = HashAndWriteBuffer::kChunkSize / kBlockSize;
-// Every 8 MiB written, the system is asked to start writing them to the
-// disk, so that the run's closing sync does not find the whole package still
-// in memory.
+// Every 8 MiB of a file written, the system is asked to start writing them
+// to the disk; every 16 MiB the writer waits until the file's data so far is
+// on the device. The device then works while the run goes on, and the
+// run's closing sync waits for the last few MiB of each file instead of the
+// whole package in memory or in the device's cache.
 constexpr uint64_t kWritebackBlocks = (8u << 20) / kBlockSize;
+constexpr uint64_t kFlushBlocks = (16u << 20) / kBlockSize;
 
 // Writes the chunks of one file in order: a full chunk as 64 blocks at the
 // block number, a short one (only the last chunk of a file is short) with a
@@ -43,11 +46,8 @@ class ChunkWriter {
     if (size == HashAndWriteBuffer::kChunkSize) {
       int blocks = platform::WriteBlocks(m_fd, kBlockSize, m_blockNumber, kBlocksPerChunk, data);
       m_blockNumber += kBlocksPerChunk;
-      if (m_blockNumber % kWritebackBlocks == 0)
-        platform::StartWriteback(m_fd, (m_blockNumber - kWritebackBlocks) * kBlockSize,
-                                 kWritebackBlocks * kBlockSize);
       int64_t done = static_cast<int64_t>(blocks) * static_cast<int64_t>(kBlockSize);
-      return account(done, size);
+      return account(done, size) && pace();
     }
     // Block writes do not promise where they leave the descriptor's position.
     if (platform::SetPosition(m_fd, m_blockNumber * kBlockSize) != 0) return false;
@@ -57,6 +57,20 @@ class ChunkWriter {
   uint64_t total() const { return m_total; }
 
  private:
+  // After a full chunk. A file whose data no device holds cannot be flushed
+  // (EINVAL); that is no failure. Any other failure of the flush is one of
+  // the writes it waited for.
+  bool pace() {
+    if (m_blockNumber % kFlushBlocks == 0) {
+      return platform::FlushFileData(m_fd) == 0 || errno == EINVAL;
+    }
+    if (m_blockNumber % kWritebackBlocks == 0) {
+      platform::StartWriteback(m_fd, (m_blockNumber - kWritebackBlocks) * kBlockSize,
+                               kWritebackBlocks * kBlockSize);
+    }
+    return true;
+  }
+
   bool account(int64_t done, unsigned int size) {
     if (done < static_cast<int64_t>(size)) return false;
     m_total += static_cast<uint64_t>(done);

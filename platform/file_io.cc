@@ -38,10 +38,20 @@ bool ChargeRead(size_t length) {
   }
   return true;
 }
+
+// The errno every flush fails with; 0 is off.
+std::atomic<int> g_flushError{0};
+
+bool FlushFails() {
+  const int error = g_flushError.load(std::memory_order_relaxed);
+  if (error != 0) errno = error;
+  return error != 0;
+}
 #else
-// The library as shipped has no hooks: every read goes ahead, and the charge
-// below compiles to nothing.
+// The library as shipped has no hooks: every read and flush goes ahead, and
+// the checks below compile to nothing.
 bool ChargeRead(size_t) { return true; }
+bool FlushFails() { return false; }
 #endif
 
 #if !defined(__QNXNTO__)
@@ -182,6 +192,15 @@ void StartWriteback(int fd, uint64_t offset, uint64_t length) {
 #endif
 }
 
+int FlushFileData(int fd) {
+  if (FlushFails()) return -1;
+  int result;
+  do {
+    result = fdatasync(fd);
+  } while (result != 0 && errno == EINTR);
+  return result;
+}
+
 bool IsReadable(const char* path) { return access(path, R_OK) == 0; }
 
 bool IsSymbolicLink(const char* path) {
@@ -202,6 +221,8 @@ int RemoveFile(const char* path) { return remove(path); }
 void InjectReadFailureAfter(int64_t bytes) {
   g_readBudget.store(bytes < 0 ? -1 : bytes, std::memory_order_relaxed);
 }
+
+void InjectFlushFailure(int error) { g_flushError.store(error, std::memory_order_relaxed); }
 #endif
 
 }  // namespace ev::platform

@@ -47,6 +47,9 @@ void SyncAll();
 // without waiting for it, so that a later sync finds less to do. Where the
 // system has no such request, it does nothing.
 void StartWriteback(int fd, uint64_t offset, uint64_t length);
+// Waits until the data written to the open file so far is on its device,
+// with what is needed to read it back (fdatasync).
+int FlushFileData(int fd);
 bool IsReadable(const char* path);
 // Whether `path` itself (not what it leads to) is a symbolic link.
 bool IsSymbolicLink(const char* path);
@@ -58,6 +61,9 @@ int RemoveFile(const char* path);
 // through ReadBlocks and Read, every further read fails with EIO. A negative
 // value turns the fault off. Any thread.
 void InjectReadFailureAfter(int64_t bytes);
+// Test hook, in the test build only: every FlushFileData fails with `error`
+// until it is called with 0. Any thread.
+void InjectFlushFailure(int error);
 
 }  // namespace ev::platform
 

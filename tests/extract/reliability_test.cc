@@ -232,6 +232,19 @@ TEST_P(FullDestination, FailsWithTheWritersLine) {
 INSTANTIATE_TEST_SUITE_P(SizeLimits, FullDestination,
                          ::testing::Values(uint64_t{16} << 10, uint64_t{1} << 20));
 
+// A flush that fails is a failed write; one the file cannot have is none.
+TEST_F(FaultTest, FailedFlushFailsTheWriter) {
+  Build({SignedManifest(), Entry::Generated("image.bin", 17 << 20, 33)});
+  for (const int error : {EIO, EINVAL}) {
+    ClearDestination();
+    ev::platform::InjectFlushFailure(error);
+    RunResult run = Run(m_package);
+    ev::platform::InjectFlushFailure(0);
+    EXPECT_EQ(run.status, error == EIO ? PKG_ERR03 : KALU_NO_ERR);
+    EXPECT_EQ(run.Printed("Failed to write content: 5 16777216\n"), error == EIO);
+  }
+}
+
 // The source fails after so many bytes: a share of the package's size and
 // an offset from it. Reads go in 32 KiB units: short of the last unit data
 // is missing, and past the read that finds the end of the file nothing fails.
