@@ -7,7 +7,8 @@
 // hashed and written. The whole pool is one mapping of 16 MiB, made on first
 // use and untouched until used, so a small package costs only the pages its
 // chunks fill (one huge page of 2 MiB where the system has them); free chunks
-// are taken last-in first-out, which keeps a small run in the same few pages. trim() unmaps it once every chunk is back.
+// are taken last-in first-out, which keeps a small run in the same few pages.
+// trim() unmaps it once every chunk is back.
 //
 // Threads: take() on the one filler of the run (the extract thread), which
 // waits there while every chunk is out; giveBack() on any thread that holds

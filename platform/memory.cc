@@ -8,8 +8,6 @@ namespace ev::platform {
 
 namespace {
 
-const size_t kHugePage = size_t{2} << 20;
-
 void* MapAnonymous(size_t bytes) {
   void* pages = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   return pages == MAP_FAILED ? nullptr : pages;
@@ -22,6 +20,7 @@ void* MapAnonymous(size_t bytes) {
 // is exactly what UnmapPages is later given.
 void* MapPages(size_t bytes) {
 #if defined(MADV_HUGEPAGE)
+  const size_t kHugePage = size_t{2} << 20;
   if (bytes == 0 || bytes % kHugePage != 0) return MapAnonymous(bytes);
   unsigned char* raw = static_cast<unsigned char*>(MapAnonymous(bytes + kHugePage));
   if (raw == nullptr) return nullptr;
@@ -29,7 +28,7 @@ void* MapPages(size_t bytes) {
   const size_t head = ((start + kHugePage - 1) & ~(kHugePage - 1)) - start;
   unsigned char* pages = raw + head;
   if (head > 0) munmap(raw, head);
-  if (head < kHugePage) munmap(pages + bytes, kHugePage - head);
+  munmap(pages + bytes, kHugePage - head);  // head < kHugePage
   // Only advice: where huge pages are off or scarce the block keeps small ones.
   madvise(pages, bytes, MADV_HUGEPAGE);
   return pages;
